@@ -1,0 +1,10 @@
+// The whole public interface of the framework library.
+#pragma once
+
+#include <kiv/platform/KivApi.h>
+#include <kiv/platform/Win32Types.h>
+
+#include <kiv/foundation/MByteBuffer.h>
+#include <kiv/foundation/MError.h>
+
+#include <kiv/files/MFile.h>

@@ -1,0 +1,20 @@
+# Fails when the shared library exports internal names or misses public ones.
+execute_process(COMMAND nm -D -C --defined-only ${LIBRARY}
+  OUTPUT_VARIABLE symbols RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${LIBRARY}")
+endif()
+foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix")
+  string(FIND "${symbols}" "${internal}" at)
+  if(NOT at EQUAL -1)
+    message(FATAL_ERROR "internal symbols exported: ${internal}")
+  endif()
+endforeach()
+foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT64"
+               "kiv::system::MFile::MFile" "vtable for kiv::MError")
+  string(FIND "${symbols}" "${public}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "public symbol not exported: ${public}")
+  endif()
+endforeach()
+message(STATUS "exports checked")

@@ -1,0 +1,145 @@
+#include "support/KivTestEnvironment.h"
+
+#include <dirent.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <system_error>
+
+extern char** environ;
+
+namespace kiv::test {
+namespace {
+
+std::string g_root;
+std::string g_namespace;
+std::atomic<unsigned> g_sequence{0};
+
+std::string RandomHex(int digits) {
+    std::random_device rd;
+    std::ostringstream out;
+    out << std::hex;
+    for (int i = 0; i < digits; ++i) {
+        out << (rd() & 0xF);
+    }
+    return out.str();
+}
+
+std::string BaseTempDir() {
+    const char* tmp = std::getenv("TMPDIR");
+    return (tmp != nullptr && *tmp != '\0') ? tmp : "/tmp";
+}
+
+// Removes what the library may have left in /dev/shm under the namespace of
+// a finished test. Library objects are named "kiv.<namespace>.<kind>.<name>".
+void RemoveSharedMemoryOf(const std::string& ns) {
+    const std::string prefix = "kiv." + ns + ".";
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("/dev/shm", ec)) {
+        const std::string name = entry.path().filename().string();
+        if (name.compare(0, prefix.size(), prefix) == 0) {
+            std::filesystem::remove(entry.path(), ec);
+        }
+    }
+}
+
+}  // namespace
+
+const std::string& TestRoot() {
+    return g_root;
+}
+
+const std::string& TestNamespace() {
+    return g_namespace;
+}
+
+std::string TempPath(const std::string& name) {
+    return g_root + "/" + name;
+}
+
+std::string HelperPath(const std::string& program) {
+    std::error_code ec;
+    auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    return (self.parent_path() / program).string();
+}
+
+int RunProcess(const std::string& program, const std::vector<std::string>& args) {
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>(program.c_str()));
+    for (const auto& a : args) {
+        argv.push_back(const_cast<char*>(a.c_str()));
+    }
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
+        return -1;
+    }
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    if (WIFEXITED(status)) {
+        return WEXITSTATUS(status);
+    }
+    if (WIFSIGNALED(status)) {
+        return 128 + WTERMSIG(status);
+    }
+    return -1;
+}
+
+std::string ReadFileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        return {};
+    }
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+bool WriteFileBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return static_cast<bool>(out);
+}
+
+namespace detail {
+
+void BeginTest() {
+    const unsigned seq = g_sequence.fetch_add(1);
+    g_namespace = "t" + std::to_string(getpid()) + "x" + std::to_string(seq) + RandomHex(6);
+    std::string templ = BaseTempDir() + "/kiv-test-" + g_namespace + "-XXXXXX";
+    if (mkdtemp(templ.data()) == nullptr) {
+        std::perror("kiv test: mkdtemp");
+        std::abort();
+    }
+    g_root = templ;
+    const std::string device = g_root + "/device";
+    mkdir(device.c_str(), 0700);
+    setenv("KIV_NAMESPACE", g_namespace.c_str(), 1);
+    setenv("KIV_REGISTRY", (g_root + "/registry.db").c_str(), 1);
+    setenv("KIV_DEVICE_ROOT", device.c_str(), 1);
+}
+
+void EndTest() {
+    if (std::getenv("KIV_TEST_KEEP") == nullptr && !g_root.empty()) {
+        std::error_code ec;
+        std::filesystem::remove_all(g_root, ec);
+    }
+    RemoveSharedMemoryOf(g_namespace);
+    g_root.clear();
+}
+
+}  // namespace detail
+}  // namespace kiv::test

@@ -1,0 +1,46 @@
+// Isolation of test processes.
+//
+// Every test program links the common main (TestMain.cpp). Before each test
+// it gives the process a fresh KIV_NAMESPACE, a fresh registry file
+// (KIV_REGISTRY) and a fresh device root directory (KIV_DEVICE_ROOT), all
+// under a private temporary directory that is removed after the test. Child
+// processes started by a test inherit the three variables, so cooperating
+// processes of one test share one namespace while tests running in parallel
+// see nothing of each other.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kiv::test {
+
+/// The private temporary directory of the running test (exists during a test).
+const std::string& TestRoot();
+
+/// The KIV_NAMESPACE token of the running test.
+const std::string& TestNamespace();
+
+/// A path inside the test root; the file itself is not created.
+std::string TempPath(const std::string& name);
+
+/// The full path of a helper program built beside the test programs.
+std::string HelperPath(const std::string& program);
+
+/// Starts `program` (a path) with `args` and waits for it; returns its exit
+/// status (0..255), or 128 + signal number if a signal ended it, or -1 if it
+/// could not be started.
+int RunProcess(const std::string& program, const std::vector<std::string>& args);
+
+/// Reads a whole file as bytes; empty if it cannot be read.
+std::string ReadFileBytes(const std::string& path);
+
+/// Writes `bytes` to `path`, replacing the file; false on failure.
+bool WriteFileBytes(const std::string& path, const std::string& bytes);
+
+namespace detail {
+/// Called by the common main around each test.
+void BeginTest();
+void EndTest();
+}  // namespace detail
+
+}  // namespace kiv::test
