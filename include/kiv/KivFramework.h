@@ -8,3 +8,5 @@
 #include <kiv/foundation/MError.h>
 
 #include <kiv/files/MFile.h>
+
+#include <kiv/system/MProcessManager.h>

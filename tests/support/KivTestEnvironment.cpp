@@ -7,6 +7,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -14,6 +17,7 @@
 #include <random>
 #include <sstream>
 #include <system_error>
+#include <thread>
 
 extern char** environ;
 
@@ -96,6 +100,97 @@ int RunProcess(const std::string& program, const std::vector<std::string>& args)
         return 128 + WTERMSIG(status);
     }
     return -1;
+}
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& args) {
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>(program.c_str()));
+    for (const auto& a : args) {
+        argv.push_back(const_cast<char*>(a.c_str()));
+    }
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) == 0) {
+        m_pid = pid;
+    }
+}
+
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept
+    : m_pid(other.m_pid), m_status(other.m_status), m_reaped(other.m_reaped) {
+    other.m_pid = -1;
+}
+
+ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
+    if (this != &other) {
+        this->~ChildProcess();
+        m_pid = other.m_pid;
+        m_status = other.m_status;
+        m_reaped = other.m_reaped;
+        other.m_pid = -1;
+    }
+    return *this;
+}
+
+ChildProcess::~ChildProcess() {
+    if (m_pid > 0 && !m_reaped) {
+        kill(m_pid, SIGKILL);
+        Wait(-1);
+    }
+}
+
+void ChildProcess::Signal(int signal) {
+    if (m_pid > 0 && !m_reaped) {
+        kill(m_pid, signal);
+    }
+}
+
+int ChildProcess::Wait(int timeoutMs) {
+    if (m_pid <= 0) {
+        return -1;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!m_reaped) {
+        int status = 0;
+        const pid_t r = waitpid(m_pid, &status, timeoutMs < 0 ? 0 : WNOHANG);
+        if (r == m_pid) {
+            m_reaped = true;
+            m_status = WIFEXITED(status)     ? WEXITSTATUS(status)
+                       : WIFSIGNALED(status) ? 128 + WTERMSIG(status)
+                                             : -1;
+            break;
+        }
+        if (r < 0 && errno != EINTR) {
+            m_reaped = true;
+            break;
+        }
+        if (timeoutMs >= 0) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                return -2;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    }
+    return m_status;
+}
+
+bool WaitForFile(const std::string& path, int timeoutMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!std::filesystem::exists(path)) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+std::string CopyExecutable(const std::string& program, const std::string& name) {
+    const std::string target = TempPath(name);
+    std::error_code ec;
+    std::filesystem::copy_file(program, target, std::filesystem::copy_options::overwrite_existing,
+                               ec);
+    std::filesystem::permissions(target, std::filesystem::perms::owner_all, ec);
+    return target;
 }
 
 std::string ReadFileBytes(const std::string& path) {

@@ -31,6 +31,40 @@ std::string HelperPath(const std::string& program);
 /// could not be started.
 int RunProcess(const std::string& program, const std::vector<std::string>& args);
 
+/// A process started by a test. The destructor kills it (SIGKILL) and reaps
+/// it if it still runs, so no test leaves a process behind.
+class ChildProcess {
+public:
+    ChildProcess() = default;
+    /// Starts `program` (a path) with `args`, inheriting the environment.
+    ChildProcess(const std::string& program, const std::vector<std::string>& args);
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    ChildProcess(ChildProcess&& other) noexcept;
+    ChildProcess& operator=(ChildProcess&& other) noexcept;
+    ~ChildProcess();
+
+    bool Started() const { return m_pid > 0; }
+    int Pid() const { return m_pid; }
+    /// Sends `signal` to the process if it was not reaped yet.
+    void Signal(int signal);
+    /// Waits up to `timeoutMs` (-1 forever) for the end. Returns the status as
+    /// RunProcess does, or -2 if it still runs at the timeout.
+    int Wait(int timeoutMs = -1);
+
+private:
+    int m_pid = -1;
+    int m_status = -1;
+    bool m_reaped = false;
+};
+
+/// Waits up to `timeoutMs` for `path` to exist.
+bool WaitForFile(const std::string& path, int timeoutMs);
+
+/// Copies an executable into the test root under `name` and returns its
+/// path, so that a test can run a program under a name no other test uses.
+std::string CopyExecutable(const std::string& program, const std::string& name);
+
 /// Reads a whole file as bytes; empty if it cannot be read.
 std::string ReadFileBytes(const std::string& path);
 
