@@ -1,11 +1,15 @@
 #include "support/KivTestEnvironment.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -171,6 +175,73 @@ int ChildProcess::Wait(int timeoutMs) {
         }
     }
     return m_status;
+}
+
+PseudoTerminal::PseudoTerminal() {
+    const int fd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        return;
+    }
+    const char* name = nullptr;
+    if (grantpt(fd) != 0 || unlockpt(fd) != 0 || (name = ptsname(fd)) == nullptr) {
+        close(fd);
+        return;
+    }
+    // The master side passes bytes through unchanged.
+    termios tio{};
+    if (tcgetattr(fd, &tio) == 0) {
+        cfmakeraw(&tio);
+        tcsetattr(fd, TCSANOW, &tio);
+    }
+    m_master = fd;
+    m_slave = name;
+}
+
+PseudoTerminal::~PseudoTerminal() {
+    if (m_master >= 0) {
+        close(m_master);
+    }
+}
+
+bool PseudoTerminal::Write(const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = write(m_master, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+std::string PseudoTerminal::Read(std::size_t count, int timeoutMs) {
+    std::string out;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (out.size() < count) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                              deadline - std::chrono::steady_clock::now())
+                              .count();
+        if (left <= 0) {
+            break;
+        }
+        pollfd p{m_master, POLLIN, 0};
+        if (poll(&p, 1, static_cast<int>(left)) <= 0) {
+            continue;
+        }
+        char buf[4096];
+        const ssize_t n = read(m_master, buf, std::min(sizeof buf, count - out.size()));
+        if (n > 0) {
+            out.append(buf, static_cast<std::size_t>(n));
+        } else if (n < 0 && errno != EINTR && errno != EAGAIN) {
+            // EIO: nobody has the slave side open (yet, or any more).
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    return out;
 }
 
 bool WaitForFile(const std::string& path, int timeoutMs) {

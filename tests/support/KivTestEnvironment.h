@@ -58,6 +58,27 @@ private:
     bool m_reaped = false;
 };
 
+/// A pseudo-terminal pair standing in for a device on a serial port: the
+/// code under test opens SlavePath(); the test talks through the master.
+class PseudoTerminal {
+public:
+    PseudoTerminal();
+    ~PseudoTerminal();
+    PseudoTerminal(const PseudoTerminal&) = delete;
+    PseudoTerminal& operator=(const PseudoTerminal&) = delete;
+
+    bool IsOpen() const { return m_master >= 0; }
+    const std::string& SlavePath() const { return m_slave; }
+    /// Writes all of `bytes` to the master side.
+    bool Write(const std::string& bytes);
+    /// Reads from the master until `count` bytes arrived or `timeoutMs` passed.
+    std::string Read(std::size_t count, int timeoutMs);
+
+private:
+    int m_master = -1;
+    std::string m_slave;
+};
+
 /// Waits up to `timeoutMs` for `path` to exist.
 bool WaitForFile(const std::string& path, int timeoutMs);
 

@@ -1,0 +1,111 @@
+#include "platform/SerialPort.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "platform/posix/SerialSpeedPosix.h"
+#include "support/KivTestEnvironment.h"
+
+using kiv::platform::SerialPort;
+
+namespace {
+
+class SerialPortOnPty : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(pty.IsOpen());
+        setenv("KIV_COM7", pty.SlavePath().c_str(), 1);
+    }
+    void TearDown() override { unsetenv("KIV_COM7"); }
+    kiv::test::PseudoTerminal pty;
+};
+
+}  // namespace
+
+TEST(SerialPort, DevicePathComesFromTheEnvironmentElseTtyS) {
+    unsetenv("KIV_COM3");
+    EXPECT_EQ(SerialPort::DevicePath(3), "/dev/ttyS2");
+    EXPECT_EQ(SerialPort::DevicePath(12), "/dev/ttyS11");
+    setenv("KIV_COM3", "/dev/pts/77", 1);
+    EXPECT_EQ(SerialPort::DevicePath(3), "/dev/pts/77");
+    unsetenv("KIV_COM3");
+}
+
+TEST(SerialPort, MissingDeviceDoesNotOpen) {
+    setenv("KIV_COM9", "/nonexistent/tty", 1);
+    EXPECT_EQ(SerialPort::Open(9), nullptr);
+    unsetenv("KIV_COM9");
+}
+
+TEST_F(SerialPortOnPty, BytesFromTheDeviceAreCountedAndRead) {
+    auto port = SerialPort::Open(7);
+    ASSERT_NE(port, nullptr);
+    char buffer[64];
+    EXPECT_EQ(port->Read(buffer, sizeof buffer, 0), 0) << "nothing waiting: the poll times out";
+    ASSERT_TRUE(pty.Write("$GPRMC,1\r\n"));
+    int waiting = 0;
+    for (int i = 0; i < 200 && waiting < 10; ++i) {
+        waiting = port->BytesWaiting();
+        usleep(5000);
+    }
+    EXPECT_EQ(waiting, 10);
+    EXPECT_EQ(port->Read(buffer, 4, 1000), 4);
+    EXPECT_EQ(std::string(buffer, 4), "$GPR");
+    EXPECT_EQ(port->Read(buffer, sizeof buffer, 1000), 6);
+    EXPECT_EQ(std::string(buffer, 6), "MC,1\r\n") << "raw mode: CR LF pass unchanged";
+}
+
+TEST_F(SerialPortOnPty, WritesReachTheDeviceUnchanged) {
+    auto port = SerialPort::Open(7);
+    ASSERT_NE(port, nullptr);
+    const std::string command = "$PSRF103,00,01,00,01*25\r\n";
+    EXPECT_EQ(port->Write(command.data(), static_cast<int>(command.size()), 1000),
+              static_cast<int>(command.size()));
+    EXPECT_EQ(pty.Read(command.size(), 2000), command);
+}
+
+TEST_F(SerialPortOnPty, StandardAndArbitraryRatesAreSet) {
+    auto port = SerialPort::Open(7);
+    ASSERT_NE(port, nullptr);
+    // The settings are read back through a second descriptor of the same terminal.
+    const int probe = open(pty.SlavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(probe, 0);
+    ASSERT_TRUE(port->Configure(4800, 8, 0, 0));
+    termios tio{};
+    ASSERT_EQ(tcgetattr(probe, &tio), 0);
+    EXPECT_EQ(cfgetospeed(&tio), static_cast<speed_t>(B4800));
+    EXPECT_EQ(tio.c_cflag & CSTOPB, 0u);
+    ASSERT_TRUE(port->Configure(128000, 7, 2, 2)) << "a rate without a constant";
+    EXPECT_EQ(kiv::platform::CurrentSpeed(probe), 128000u);
+    ASSERT_EQ(tcgetattr(probe, &tio), 0);
+    // A pseudo-terminal always keeps 8 data bits without parity; the stop
+    // bits are what it lets a test see of the line settings.
+    EXPECT_NE(tio.c_cflag & CSTOPB, 0u);
+    close(probe);
+    EXPECT_FALSE(port->Configure(0, 8, 0, 0));
+}
+
+TEST_F(SerialPortOnPty, PurgeDropsPendingInput) {
+    auto port = SerialPort::Open(7);
+    ASSERT_NE(port, nullptr);
+    ASSERT_TRUE(pty.Write("stale bytes"));
+    for (int i = 0; i < 200 && port->BytesWaiting() < 11; ++i) {
+        usleep(5000);
+    }
+    EXPECT_TRUE(port->Purge());
+    EXPECT_EQ(port->BytesWaiting(), 0);
+}
+
+TEST_F(SerialPortOnPty, ExclusiveOpenRefusesASecondUser) {
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "root is exempt from exclusive terminal mode";
+    }
+    auto first = SerialPort::Open(7);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(SerialPort::Open(7), nullptr);
+}
