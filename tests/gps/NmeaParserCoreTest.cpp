@@ -1,0 +1,392 @@
+#include "gps/NmeaParserCore.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+
+#include "NmeaSimulator.h"
+#include "RecordingNmeaOutput.h"
+#include "support/KivTestEnvironment.h"
+
+using kiv::gps::ArcRecord;
+using kiv::gps::ConvertNmeaCoordinate;
+using kiv::gps::NmeaParserCore;
+using kiv::sim::WithChecksum;
+
+namespace {
+
+class Parser : public ::testing::Test {
+protected:
+    void Feed(const std::string& bytes) {
+        parser.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                    static_cast<unsigned int>(bytes.size()));
+    }
+    // One well-formed sentence with its line end.
+    void Send(const std::string& body) { Feed(WithChecksum(body) + "\r\n"); }
+    std::string Str(const wchar_t* name) { return out.strings[name]; }
+    std::uint32_t Dword(const wchar_t* name) { return out.dwords[name]; }
+
+    kiv::test::RecordingNmeaOutput out;
+    NmeaParserCore parser{out};
+};
+
+const char* kRmc = "GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W";
+const char* kGga = "GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,";
+
+}  // namespace
+
+TEST(NmeaCoordinate, ConvertsToArcPartsAndDecimalDegrees) {
+    ArcRecord r;
+    const double d = ConvertNmeaCoordinate("4807.038", r);
+    EXPECT_EQ(r, (ArcRecord{48, 7, 2, 280}));
+    EXPECT_NEAR(d, 48.1173, 1e-9);
+    EXPECT_NEAR(ConvertNmeaCoordinate("01131.000", r), 11.5166666666, 1e-9);
+    EXPECT_EQ(r, (ArcRecord{11, 31, 0, 0}));
+    ConvertNmeaCoordinate("0000.9999999", r);
+    EXPECT_EQ(r.seconds, 59);
+    EXPECT_EQ(r.milliseconds, 1000) << "no carry into the seconds";
+}
+
+TEST(NmeaCoordinate, TextWithoutPointLeavesTheRecord) {
+    ArcRecord r{1, 2, 3, 4};
+    EXPECT_EQ(ConvertNmeaCoordinate("4807", r), 0.0);
+    EXPECT_EQ(r, (ArcRecord{1, 2, 3, 4}));
+    EXPECT_EQ(ConvertNmeaCoordinate("", r), 0.0);
+}
+
+TEST(NmeaCoordinate, GarbageNeverTraps) {
+    ArcRecord r;
+    for (const char* text : {".5e300", "-4807.038", "99999999999999999999.9", ".nan", "abc.def",
+                             "1e999.", "-.", "."}) {
+        const double d = ConvertNmeaCoordinate(text, r);
+        EXPECT_FALSE(std::isnan(d) && std::string(text) != ".nan") << text;
+    }
+}
+
+TEST_F(Parser, RmcWritesPositionSpeedAndCourse) {
+    Send(kRmc);
+    EXPECT_EQ(Str(L"UTCDate"), "230394");
+    EXPECT_EQ(Str(L"UTCTime"), "123519");
+    EXPECT_EQ(Dword(L"LAT_DEG"), 48u);
+    EXPECT_EQ(Dword(L"LAT_MIN"), 7u);
+    EXPECT_EQ(Dword(L"LAT_SEC"), 2u);
+    EXPECT_EQ(Dword(L"LAT_MSEC"), 280u);
+    EXPECT_EQ(Dword(L"IS_NORTH"), 1u);
+    EXPECT_EQ(Dword(L"LONG_DEG"), 11u);
+    EXPECT_EQ(Dword(L"LONG_MIN"), 31u);
+    EXPECT_EQ(Dword(L"IS_EAST"), 1u);
+    EXPECT_EQ(Dword(L"IS_ACTIVE"), 10u);
+    EXPECT_EQ(Str(L"SPEED"), "41") << "22.4 knots * 1.8519998 = 41.48";
+    EXPECT_EQ(Dword(L"DIRECTION"), 84u);
+    EXPECT_EQ(parser.GetCounters().rmc, 1u);
+    EXPECT_EQ(parser.GetCounters().validFix, 1u);
+}
+
+TEST_F(Parser, SpeedUsesTheDevicesFactorAndTruncates) {
+    Send("GPRMC,1,A,4807.038,S,01131.000,W,10.0,0,010100,,");
+    EXPECT_EQ(Str(L"SPEED"), "18");
+    EXPECT_EQ(Dword(L"IS_NORTH"), 0u);
+    EXPECT_EQ(Dword(L"IS_EAST"), 0u);
+    // 1000 knots: 1852 km/h with the usual factor, 1851.9998 with the device's.
+    Send("GPRMC,2,A,4807.038,N,01131.000,E,1000.0,0,010100,,");
+    EXPECT_EQ(Str(L"SPEED"), "1851");
+    Send("GPRMC,3,A,4807.038,N,01131.000,E,,0,010100,,");
+    EXPECT_EQ(Str(L"SPEED"), "0");
+}
+
+TEST_F(Parser, FixStateFollowsStatusAndRange) {
+    Send("GPRMC,1,V,4807.038,N,01131.000,E,0,0,010100,,");
+    EXPECT_EQ(Dword(L"IS_ACTIVE"), 0u);
+    EXPECT_TRUE(out.Signals().empty());
+    Send("GPRMC,2,A,0000.0000,N,01131.000,E,0,0,010100,,");
+    EXPECT_EQ(Dword(L"IS_ACTIVE"), 1u) << "exactly 0 degrees is outside the range";
+    EXPECT_EQ(out.Signals().front(), L"KIV_GPS_EVENT_FIX");
+    Send("GPRMC,3,A,,N,01131.000,E,0,0,010100,,");
+    EXPECT_EQ(Dword(L"IS_ACTIVE"), 0u) << "an empty coordinate is no fix";
+    EXPECT_EQ(parser.GetCounters().validFix, 1u);
+}
+
+TEST_F(Parser, ACoordinateWithoutPointRewritesThePreviousParts) {
+    Send(kRmc);
+    out.ClearActivity();
+    Send("GPRMC,2,A,4807,N,01131.000,E,0,0,010100,,");
+    EXPECT_EQ(Dword(L"LAT_DEG"), 48u);
+    EXPECT_EQ(Dword(L"LAT_MSEC"), 280u);
+    const auto rewritten = std::count_if(out.writes.begin(), out.writes.end(),
+                                         [](const auto& w) { return w.name == L"LAT_MSEC"; });
+    EXPECT_EQ(rewritten, 1);
+    EXPECT_EQ(Dword(L"IS_ACTIVE"), 1u) << "a latitude of 0.0 fails the range test";
+}
+
+TEST_F(Parser, GgaAndGsaWriteQualityAltitudeAndDilutions) {
+    Send(kGga);
+    EXPECT_EQ(Str(L"UTCTime"), "123519");
+    EXPECT_EQ(Dword(L"FIX_QUALITY"), 1u);
+    EXPECT_EQ(Str(L"HDOP"), "0.9");
+    EXPECT_EQ(Str(L"ALTITUDE"), "545.4");
+    EXPECT_EQ(parser.GetCounters().gga, 1u);
+    Send("GPGSA,A,3,05,12,,,,,,,,,,,2.5,1.3,2.1");
+    EXPECT_EQ(Str(L"USED_SATELLITE"), "05,12,,,,,,,,,,,");
+    EXPECT_EQ(Str(L"PDOP"), "2.5");
+    EXPECT_EQ(Str(L"HDOP"), "1.3");
+    EXPECT_EQ(Str(L"VDOP"), "2.1");
+}
+
+TEST_F(Parser, ShortSentencesOnlyAdvanceTheAlwaysCounters) {
+    Send("GPGGA,123519,4807.038,N");
+    Send("GPRMC,123519,A");
+    Send("GPGSA,A,3");
+    EXPECT_TRUE(out.strings.empty());
+    EXPECT_TRUE(out.dwords.empty());
+    EXPECT_EQ(parser.GetCounters().processed, 2u);
+    EXPECT_EQ(parser.GetCounters().gga, 0u);
+    EXPECT_EQ(parser.GetCounters().rmc, 0u);
+    EXPECT_TRUE(parser.RmcSeen()) << "a short RMC still counts as seen";
+}
+
+TEST_F(Parser, GsvCyclePublishesOnTheLastMessageWithGroupsReversed) {
+    Send("GPGSV,3,1,11,03,03,111,00,04,15,270,00,06,01,010,00,13,06,292,00");
+    Send("GPGSV,3,2,11,14,25,170,00,16,57,208,39,18,67,296,40,19,40,246,00");
+    EXPECT_EQ(out.strings.count(L"SIV_INFO"), 0u);
+    Send("GPGSV,3,3,11,22,42,067,42,24,14,311,43,27,05,244,00");
+    EXPECT_EQ(Str(L"SIV_INFO"),
+              "13,06,292,00,;06,01,010,00,;04,15,270,00,;03,03,111,00,;"
+              "19,40,246,00,;18,67,296,40,;16,57,208,39,;14,25,170,00,;"
+              "27,05,244,00,;24,14,311,43,;22,42,067,42,;");
+    EXPECT_EQ(parser.GetCounters().gsv, 3u);
+    Send("GPGSV,1,1,01,09,,,");
+    EXPECT_EQ(Str(L"SIV_INFO"), "09,,,,;") << "a new cycle starts afresh";
+}
+
+TEST_F(Parser, NvaAndNvpCountOnlyBeforeTheFirstRmc) {
+    std::string nva = "GPNVA,1,1,1";
+    for (int i = 0; i < 12; ++i) {
+        nva += i < 2 ? "," + std::to_string(10 + i) + ",45,120,38" : ",0,0,0,0";
+    }
+    Send(nva);
+    EXPECT_EQ(Str(L"SIV_INFO"), "10,45,120,38,;11,45,120,38,;");
+    Send("GPNVP,940323,123519.50,4807.038,N,01131.000,E,1,0,0.8,545.4,0,90,0,12.5,0,0");
+    EXPECT_EQ(Dword(L"IS_ACTIVE"), 10u);
+    EXPECT_EQ(Str(L"UTCDate"), "230394") << "the groups of the date, reversed";
+    EXPECT_EQ(Str(L"SPEED"), "12.5") << "copied as received";
+    EXPECT_EQ(Dword(L"DIRECTION"), 90u);
+    EXPECT_EQ(Str(L"HDOP"), "0.8");
+    EXPECT_EQ(Dword(L"LAT_DEG"), 48u);
+    Send(kRmc);
+    out.strings.erase(L"SPEED");
+    Send("GPNVP,230394,123520.50,4807.038,N,01131.000,E,1,0,0.8,545.4,0,90,0,99.9,0,0");
+    EXPECT_EQ(out.strings.count(L"SPEED"), 0u) << "ignored once an RMC was seen";
+    parser.Reset();
+    Send("GPNVP,230394,123521.50,4807.038,N,01131.000,E,1,0,0.8,545.4,0,90,0,77.7,0,0");
+    EXPECT_EQ(Str(L"SPEED"), "77.7") << "until the parser is reset";
+}
+
+TEST_F(Parser, ChecksumMustBeCorrectAndUpperCase) {
+    std::string good = WithChecksum(kRmc);
+    std::string lower = good;
+    std::transform(lower.end() - 2, lower.end(), lower.end() - 2,
+                   [](char c) { return static_cast<char>(std::tolower(c)); });
+    ASSERT_NE(lower, good) << "the example needs a letter in its checksum";
+    Feed(lower + "\r\n");
+    std::string wrong = good;
+    wrong.back() = wrong.back() == '0' ? '1' : '0';
+    Feed(wrong + "\r\n");
+    Feed(std::string(kRmc).insert(0, "$") + "\r\n");  // no checksum at all
+    EXPECT_TRUE(out.writes.empty());
+    EXPECT_EQ(out.sentences, 0);
+    Feed(good + "\r\n");
+    EXPECT_EQ(out.sentences, 1);
+}
+
+TEST_F(Parser, OtherTalkersAndProprietarySentencesAreIgnoredEntirely) {
+    parser.SetLogFile(L"on");
+    Send("GNRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W");
+    Send("PSRF150,1");
+    Send("gpRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W");
+    EXPECT_EQ(out.sentences, 0);
+    EXPECT_TRUE(out.log.empty());
+    EXPECT_TRUE(out.Signals().empty());
+    EXPECT_FALSE(std::filesystem::exists(kiv::test::TempPath("device/NMEA.Log")));
+}
+
+TEST_F(Parser, FramingAcrossChunksNoiseAndRestarts) {
+    const std::string sentence = WithChecksum(kRmc);
+    Feed("\x01\xff garbage ");
+    Feed(sentence.substr(0, 10));
+    Feed(sentence.substr(10) + "\n");
+    EXPECT_EQ(out.sentences, 1);
+    // A "$" inside a sentence ends it (it fails its checksum) and starts anew.
+    Feed("$GPRMC,12" + sentence + "\r\n");
+    EXPECT_EQ(out.sentences, 2);
+    // A zero byte ends the text of a sentence.
+    Feed(sentence + std::string(1, '\0') + "junk\r\n");
+    EXPECT_EQ(out.sentences, 3);
+    Feed(sentence.substr(0, 8) + std::string(1, '\0') + sentence.substr(8) + "\r\n");
+    EXPECT_EQ(out.sentences, 3);
+}
+
+TEST_F(Parser, OverLongSentencesAreDroppedUpToTheNextDollar) {
+    const std::string good = WithChecksum(kRmc);
+    std::string body = kRmc;
+    body.resize(1030, '0');
+    Feed(WithChecksum(body) + "\r\n" + "trailing bytes\r\n" + good + "\r\n");
+    EXPECT_EQ(out.sentences, 1);
+    // 1,023 characters still fit.
+    std::string longest = "GPGSV,1,2,";
+    longest.resize(1023 - 4, '7');
+    Feed(WithChecksum(longest) + "\r\n");
+    EXPECT_EQ(out.sentences, 2);
+    std::string tooLong = "GPGSV,1,2,";
+    tooLong.resize(1024 - 4, '7');
+    Feed(WithChecksum(tooLong) + "\r\n");
+    EXPECT_EQ(out.sentences, 2);
+}
+
+TEST_F(Parser, WritesOfASentenceAreOneUnitAndEventsFollowIt) {
+    Send(kRmc);
+    for (const auto& w : out.writes) {
+        EXPECT_TRUE(w.inSentence) << std::string(w.name.begin(), w.name.end());
+    }
+    EXPECT_EQ(out.signalsWhileOpen, 0);
+    const std::vector<std::wstring> expected = {L"<begin>", L"<end>", L"KIV_GPS_EVENT_FIX",
+                                                L"KIV_GPS_EVENT_MOVING"};
+    EXPECT_EQ(out.events, expected) << "the first fix signals both events";
+}
+
+TEST_F(Parser, MovingNeedsAChangedPositionAndResetFixRenotifies) {
+    Send(kRmc);
+    out.ClearActivity();
+    Send(kRmc);
+    EXPECT_TRUE(out.Signals().empty()) << "same position: not moving";
+    Send("GPRMC,123520,A,4807.039,N,01131.000,E,022.4,084.4,230394,003.1,W");
+    EXPECT_EQ(out.Signals(), std::vector<std::wstring>{L"KIV_GPS_EVENT_MOVING"});
+    out.ClearActivity();
+    out.dwords[L"KIV_GPS_EVENT_RESETFIX"] = 1;
+    Send(kGga);
+    EXPECT_EQ(out.Signals(), std::vector<std::wstring>{L"KIV_GPS_EVENT_FIX"});
+    EXPECT_EQ(Dword(L"KIV_GPS_EVENT_RESETFIX"), 0u);
+    out.ClearActivity();
+    Send("GPRMC,123521,V,,,,,,,230394,,");
+    EXPECT_TRUE(out.Signals().empty()) << "losing the fix signals nothing";
+}
+
+TEST_F(Parser, DemoPacingSleepsForStepsUnderTwoSeconds) {
+    parser.SetDemoMode(true);
+    Send("GPRMC,123519.00,A,4807.038,N,01131.000,E,0,0,230394,,");
+    Send("GPRMC,123520.00,A,4807.038,N,01131.000,E,0,0,230394,,");
+    Send("GPGGA,123520.50,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,");
+    Send("GPRMC,123559.00,A,4807.038,N,01131.000,E,0,0,230394,,");
+    Send("GPRMC,123600.00,A,4807.038,N,01131.000,E,0,0,230394,,");  // across a minute
+    Send("GPRMC,123559.00,A,4807.038,N,01131.000,E,0,0,230394,,");  // backwards
+    ASSERT_EQ(out.sleeps.size(), 2u);
+    EXPECT_EQ(out.sleeps[0], 1000u);
+    EXPECT_EQ(out.sleeps[1], 500u);
+    parser.SetDemoMode(false);
+    Send("GPRMC,123600.00,A,4807.038,N,01131.000,E,0,0,230394,,");
+    EXPECT_EQ(out.sleeps.size(), 2u);
+}
+
+TEST_F(Parser, SentenceLogAppendsAcceptedSentencesToTheDeviceRoot) {
+    Send(kRmc);
+    const std::string log = kiv::test::TempPath("device/NMEA.Log");
+    EXPECT_FALSE(std::filesystem::exists(log)) << "the log is off by default";
+    parser.SetLogFile(L"\\Storage\\gps.txt");
+    Send(kRmc);
+    Send(kGga);
+    Feed("$GPRMC,bad*11\r\n");
+    EXPECT_EQ(kiv::test::ReadFileBytes(log), WithChecksum(kRmc) + "\n" + WithChecksum(kGga) + "\n");
+    ASSERT_GE(out.log.size(), 5u);
+    EXPECT_EQ(out.log[4], L"m_szLogFile \\Storage\\gps.txt");
+}
+
+TEST_F(Parser, RandomBytesNeverCrashOrStall) {
+    std::mt19937 random(20261122);
+    const std::string valid = WithChecksum(kRmc) + "\r\n" + WithChecksum(kGga) + "\r\n";
+    for (int round = 0; round < 300; ++round) {
+        std::string chunk(random() % 3000, '\0');
+        for (auto& c : chunk) {
+            const unsigned r = random() % 100;
+            c = r < 5    ? '$'
+                : r < 10 ? ','
+                : r < 12 ? '*'
+                : r < 14 ? '\n'
+                         : static_cast<char>(random());
+        }
+        if (round % 10 == 0) {
+            chunk.insert(random() % (chunk.size() + 1), valid);
+        }
+        Feed(chunk);
+    }
+    Feed("\r\n" + valid);
+    EXPECT_EQ(Dword(L"LAT_MSEC"), 280u) << "still parsing after the noise";
+}
+
+TEST_F(Parser, DemoDriveGivesTheRegistryEveryFixItCarries) {
+    std::ifstream drive(KIV_DEMO_DRIVE);
+    ASSERT_TRUE(drive) << KIV_DEMO_DRIVE;
+    std::string line;
+    int fixes = 0;
+    while (std::getline(drive, line)) {
+        Feed(line + "\n");
+        if (line.rfind("$GPRMC", 0) != 0 || line.find(",A,") == std::string::npos) {
+            continue;
+        }
+        // The values of this fix, as the receiver wrote them.
+        std::istringstream fields(line);
+        std::string f[13];
+        for (auto& field : f) {
+            std::getline(fields, field, ',');
+        }
+        ArcRecord lat;
+        ArcRecord lon;
+        ConvertNmeaCoordinate(f[3], lat);
+        ConvertNmeaCoordinate(f[5], lon);
+        ASSERT_EQ(Dword(L"LAT_DEG"), lat.degrees);
+        ASSERT_EQ(Dword(L"LAT_MIN"), lat.minutes);
+        ASSERT_EQ(Dword(L"LAT_SEC"), lat.seconds);
+        ASSERT_EQ(Dword(L"LAT_MSEC"), lat.milliseconds);
+        ASSERT_EQ(Dword(L"LONG_DEG"), lon.degrees);
+        ASSERT_EQ(Dword(L"LONG_MSEC"), lon.milliseconds);
+        ASSERT_EQ(Dword(L"IS_ACTIVE"), 10u);
+        ASSERT_EQ(Str(L"UTCTime"), f[1]);
+        ASSERT_EQ(Str(L"UTCDate"), f[9]);
+        ASSERT_EQ(Str(L"SPEED"),
+                  std::to_string(static_cast<int>(std::atof(f[7].c_str()) * 1.8519998)));
+        ++fixes;
+    }
+    EXPECT_GT(fixes, 150);
+    EXPECT_EQ(parser.GetCounters().validFix, 100u) << "the count stops at 100";
+}
+
+TEST_F(Parser, RecordedReceiverStreamsParseWithoutSurprises) {
+    const std::filesystem::path dir = KIV_SAMPLES_DIR;
+    if (!std::filesystem::is_directory(dir)) {
+        GTEST_SKIP() << "no recordings beside the project";
+    }
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        if (entry.path().extension() != ".log") {
+            continue;
+        }
+        kiv::test::RecordingNmeaOutput recorded;
+        NmeaParserCore fresh(recorded);
+        const std::string bytes = kiv::test::ReadFileBytes(entry.path().string());
+        fresh.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                   static_cast<unsigned int>(bytes.size()));
+        EXPECT_GT(recorded.sentences, 10) << entry.path();
+        // Whatever the receiver, a fix in the registry has a plausible position.
+        if (recorded.dwords[L"IS_ACTIVE"] == 10) {
+            EXPECT_LT(recorded.dwords[L"LAT_DEG"], 90u) << entry.path();
+            EXPECT_LT(recorded.dwords[L"LONG_DEG"], 180u) << entry.path();
+            EXPECT_LT(recorded.dwords[L"LAT_MIN"], 60u) << entry.path();
+        }
+        ++files;
+    }
+    EXPECT_GT(files, 0);
+}
