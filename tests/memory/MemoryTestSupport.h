@@ -41,6 +41,7 @@ public:
         live[p] = n;
         last = p;
         lastSize = n;
+        granted.push_back(p);
         ++grants;
         return p;
     }
@@ -68,6 +69,7 @@ public:
     }
 
     std::map<char*, unsigned int> live;
+    std::vector<char*> granted;  // in the order given
     std::vector<char*> freed;
     std::function<bool()> refuse;
     bool refuseAll = false;
