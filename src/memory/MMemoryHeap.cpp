@@ -12,6 +12,10 @@
 //   of the free-list link that points to this block (never 0 in a free block,
 //   0 in a used block or a sentinel), 12 offset of the next free block (free)
 //   or the id of the partition (used block or sentinel).
+// Offsets are multiples of 4. Bit 0 of a free block's back link says that its
+// user area already reads 0xDD throughout (it was filled by a release, or cut
+// from a block that was), so a merge refills only what is not yet 0xDD: the
+// result is the same bytes as filling the whole merged block.
 #include <kiv/memory/MMemoryHeap.h>
 
 #include "memory/Words.h"
@@ -38,6 +42,9 @@ constexpr Word kNext = 4;
 constexpr Word kBack = 8;
 constexpr Word kLink = 12;
 
+constexpr Word kClean = 1;
+constexpr Word kFlags = 3;
+
 constexpr Word kHeader = 16;
 constexpr Word kStartSentinel = 16;
 constexpr Word kFirstBlock = 32;
@@ -60,21 +67,29 @@ struct Partition {
     Word Size() const { return LoadWord(base + kPartitionSize); }
     Word BlockSize(Word block) const { return Get(block, kNext) - block; }
 
+    bool IsFree(Word block) const { return Get(block, kBack) != 0; }
+    bool IsClean(Word block) const { return (Get(block, kBack) & kClean) != 0; }
+
+    // Points the back link of free block `block` at `link`, keeping its flags.
+    void SetBack(Word block, Word link) const {
+        Set(block, kBack, link | (Get(block, kBack) & kFlags));
+    }
+
     void Unlink(Word block) const {
-        const Word back = Get(block, kBack);
+        const Word back = Get(block, kBack) & ~kFlags;
         const Word nextFree = Get(block, kLink);
         StoreWord(base + back, nextFree);
         if (nextFree != 0) {
-            Set(nextFree, kBack, back);
+            SetBack(nextFree, back);
         }
     }
 
-    void PushFree(Word block) const {
+    void PushFree(Word block, Word flags) const {
         const Word head = LoadWord(base + kPartitionFree);
-        Set(block, kBack, kPartitionFree);
+        Set(block, kBack, kPartitionFree | flags);
         Set(block, kLink, head);
         if (head != 0) {
-            Set(head, kBack, block + kLink);
+            SetBack(head, block + kLink);
         }
         StoreWord(base + kPartitionFree, block);
     }
@@ -187,6 +202,7 @@ void* MMemoryHeap::Allocate(unsigned int n) {
         // The rest takes over the block's place in the free list.
         const Word rest = block + kHeader + s;
         const Word next = partition.Get(block, kNext);
+        // Its user area lies inside the block's: it is as clean as the block.
         const Word back = partition.Get(block, kBack);
         const Word nextFree = partition.Get(block, kLink);
         partition.Set(rest, kPrev, block);
@@ -194,9 +210,9 @@ void* MMemoryHeap::Allocate(unsigned int n) {
         partition.Set(next, kPrev, rest);
         partition.Set(rest, kBack, back);
         partition.Set(rest, kLink, nextFree);
-        StoreWord(partition.base + back, rest);
+        StoreWord(partition.base + (back & ~kFlags), rest);
         if (nextFree != 0) {
-            partition.Set(nextFree, kBack, rest + kLink);
+            partition.SetBack(nextFree, rest + kLink);
         }
         partition.Set(block, kNext, rest);
     }
@@ -256,7 +272,7 @@ unsigned int MMemoryHeap::Grow(unsigned int s, unsigned int* freeBlock) {
     partition.Set(kStartSentinel, kLink, id);
     partition.Set(kFirstBlock, kPrev, kStartSentinel);
     partition.Set(kFirstBlock, kNext, endSentinel);
-    partition.Set(kFirstBlock, kBack, kPartitionFree);
+    partition.Set(kFirstBlock, kBack, kPartitionFree);  // holds what the source gave: not clean
     partition.Set(kFirstBlock, kLink, 0);
     partition.Set(endSentinel, kPrev, kFirstBlock);
     partition.Set(endSentinel, kNext, 0);
@@ -316,20 +332,26 @@ void MMemoryHeap::Release(void* p) {
     // Subtracts the whole block, which may be more than Allocate counted.
     m_used -= partition.BlockSize(block);
 
+    // The merged block's user area must read 0xDD. Only the released block
+    // and the headers it absorbs are filled when the free neighbours already
+    // read 0xDD; otherwise their user areas are filled as well.
+    Word fillFrom = block + kHeader;
+    Word fillTo = partition.Get(block, kNext);
     const Word prev = partition.Get(block, kPrev);
-    if (partition.Get(prev, kBack) != 0) {
+    if (partition.IsFree(prev)) {
+        fillFrom = partition.IsClean(prev) ? block : prev + kHeader;
         partition.Unlink(prev);
         partition.Absorb(prev, block);
         block = prev;
     }
     const Word next = partition.Get(block, kNext);
-    if (partition.Get(next, kBack) != 0) {
+    if (partition.IsFree(next)) {
+        fillTo = partition.IsClean(next) ? next + kHeader : partition.Get(next, kNext);
         partition.Unlink(next);
         partition.Absorb(block, next);
     }
-    partition.PushFree(block);
-    std::memset(partition.base + block + kHeader, kReleasedFill,
-                partition.BlockSize(block) - kHeader);
+    partition.PushFree(block, kClean);
+    std::memset(partition.base + fillFrom, kReleasedFill, fillTo - fillFrom);
 
     const Word size = partition.Size();
     if (partition.Get(block, kPrev) == kStartSentinel &&
