@@ -124,8 +124,8 @@ Word RoundUp(Word value, Word unit) {
 
 }  // namespace
 
-MMemoryHeap::MMemoryHeap(unsigned int partitionSize, unsigned int granularity,
-                         unsigned int maximum, IMemoryAllocation* source)
+MMemoryHeap::MMemoryHeap(unsigned int partitionSize, unsigned int granularity, unsigned int maximum,
+                         IMemoryAllocation* source)
     : MMemoryHeap() {
     InitMemoryHeap(partitionSize, granularity, maximum, source);
 }

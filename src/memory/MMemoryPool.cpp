@@ -69,8 +69,8 @@ void MMemoryPool::Grow() {
     }
     // A partition that holds no object is not taken, and a link has room
     // for 2^(32 - m_offsetBits) partitions.
-    if (m_objectsPerPartition == 0 || (std::uint64_t{m_partitions.size()} << m_offsetBits) >=
-                                          (std::uint64_t{1} << 32)) {
+    if (m_objectsPerPartition == 0 ||
+        (std::uint64_t{m_partitions.size()} << m_offsetBits) >= (std::uint64_t{1} << 32)) {
         return;
     }
     char* base = static_cast<char*>(m_source->Allocate(m_partitionSize));

@@ -137,9 +137,9 @@ TEST(MMemoryHeap, PointersItCannotPlaceChangeNothing) {
     char foreign[64] = {};
     heap.Release(nullptr);
     heap.Release(p + 1);
-    heap.Release(p + 8);     // inside a user area
-    heap.Release(p - 16);    // its header is the start sentinel
-    heap.Release(q);         // already free
+    heap.Release(p + 8);   // inside a user area
+    heap.Release(p - 16);  // its header is the start sentinel
+    heap.Release(q);       // already free
     heap.Release(foreign + 32);
     EXPECT_EQ(UsageOf(heap).used, before.used);
     EXPECT_EQ(UsageOf(heap).reserved, before.reserved);
@@ -234,8 +234,9 @@ TEST(MMemoryHeapModel, RandomSequencesKeepEveryRule) {
         const unsigned int op = below(100);
         if (op < (live.size() < wanted ? 60u : 35u)) {
             const unsigned int pick = below(100);
-            const unsigned int n = pick < 97 ? below(257) : pick < 99 ? 257 + below(4000)
-                                                                      : 0xFFFFFFF0 + below(16);
+            const unsigned int n = pick < 97   ? below(257)
+                                   : pick < 99 ? 257 + below(4000)
+                                               : 0xFFFFFFF0 + below(16);
             const unsigned int s = (n + 3) & ~3u;
             const unsigned int grants = source.grants;
             const unsigned int refusals = source.requests - source.grants;
@@ -300,7 +301,8 @@ TEST(MMemoryHeapModel, RandomSequencesKeepEveryRule) {
                 bogus.push_back(b.p - 16 * (1 + below(2)));
             }
             char* target = bogus[below(static_cast<unsigned int>(bogus.size()))];
-            if (std::any_of(live.begin(), live.end(), [&](const Live& b) { return b.p == target; })) {
+            if (std::any_of(live.begin(), live.end(),
+                            [&](const Live& b) { return b.p == target; })) {
                 continue;  // a block of size 0 has its neighbour's header as user area
             }
             const unsigned int freedBefore = static_cast<unsigned int>(source.freed.size());

@@ -161,8 +161,8 @@ TEST(MMemoryPool, PartitionsGoBackNewestFirst) {
     }
     ASSERT_EQ(source.granted.size(), 3u);
     pool.reset();
-    EXPECT_EQ(source.freed, (std::vector<char*>{source.granted[2], source.granted[1],
-                                                source.granted[0]}));
+    EXPECT_EQ(source.freed,
+              (std::vector<char*>{source.granted[2], source.granted[1], source.granted[0]}));
     EXPECT_EQ(source.badFrees, 0u);
 }
 
@@ -320,8 +320,8 @@ TEST(MMemoryVariableSizedPoolModel, RandomSequencesFollowTheModel) {
         const unsigned int maximum = partitionSize * (1 + below(30));
         CountingSource source;
         source.refuse = [&] { return below(12) == 0; };
-        auto pools = std::make_unique<MMemoryVariableSizedPool>(maximum, classCount,
-                                                                 partitionSize, &source);
+        auto pools =
+            std::make_unique<MMemoryVariableSizedPool>(maximum, classCount, partitionSize, &source);
         char* table = nullptr;
         std::map<unsigned int, PoolModel> models;
         struct Live {

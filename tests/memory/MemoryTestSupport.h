@@ -56,7 +56,9 @@ public:
         live.erase(found);
         return 0;
     }
-    bool Holds(const void* p) const { return live.count(static_cast<char*>(const_cast<void*>(p))) != 0; }
+    bool Holds(const void* p) const {
+        return live.count(static_cast<char*>(const_cast<void*>(p))) != 0;
+    }
     // The allocation that contains [p, p + n), or null.
     char* Containing(const void* p, std::size_t n = 1) const {
         auto at = static_cast<const char*>(p);
