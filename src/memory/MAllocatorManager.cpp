@@ -16,6 +16,7 @@ MAllocatorParameters::MAllocatorParameters()
       m_poolMaximum(0x100000) {}
 
 void MAllocatorParameters::SetParameter(MAllocMemParaType t, unsigned int v) {
+    // The two flags are kept opposite: setting one always sets the other.
     switch (t) {
         case PARA_USE_HEAP_ONLY:
             m_heapOnly = static_cast<unsigned char>(v);

@@ -66,8 +66,6 @@ private:
     unsigned int m_maximum;
     unsigned int m_used;
     unsigned int m_reserved;
-
-    friend class MMemoryHeapInspector;
 };
 
 }  // namespace kiv::system::memory
