@@ -27,7 +27,8 @@ private:
     MMemoryHeap m_heap;
     MMemoryVariableSizedPool m_pool;
     MAllocatorParameters* m_params;
-    IMemoryAllocation* m_source;
+    // The source the heap and the pools take from (not owned).
+    [[maybe_unused]] IMemoryAllocation* m_source;
 };
 
 }  // namespace kiv::system::memory
