@@ -9,4 +9,11 @@
 
 #include <kiv/files/MFile.h>
 
+#include <kiv/memory/IMemoryAllocation.h>
+#include <kiv/memory/MAllocatorManager.h>
+#include <kiv/memory/MMemoryChunk.h>
+#include <kiv/memory/MMemoryHeap.h>
+#include <kiv/memory/MMemoryPool.h>
+#include <kiv/memory/MMemoryVariableSizedPool.h>
+
 #include <kiv/system/MProcessManager.h>
