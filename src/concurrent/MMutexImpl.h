@@ -5,7 +5,7 @@
 
 namespace kiv::system::concurrent {
 
-class MMutexImpl {
+class MMutexImpl final {
 public:
     MMutexImpl() = default;
     MMutexImpl(const MMutexImpl&) = delete;
