@@ -68,9 +68,7 @@ int OtherCpu(const benchmark::State& state) {
 // 50th and 99th percentiles as counters.
 class RoundTrips {
 public:
-    explicit RoundTrips(benchmark::State& state) : m_state(state) {
-        m_samples.reserve(1 << 20);
-    }
+    explicit RoundTrips(benchmark::State& state) : m_state(state) { m_samples.reserve(1 << 20); }
     template <typename Trip>
     void Run(Trip trip) {
         for (auto _ : m_state) {
