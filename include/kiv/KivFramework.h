@@ -7,6 +7,14 @@
 #include <kiv/foundation/MByteBuffer.h>
 #include <kiv/foundation/MError.h>
 
+#include <kiv/concurrent/IRunnable.h>
+#include <kiv/concurrent/MConcurObject.h>
+#include <kiv/concurrent/MLock.h>
+#include <kiv/concurrent/MMutex.h>
+#include <kiv/concurrent/MSemaphore.h>
+#include <kiv/concurrent/MSynchronizedBlock.h>
+#include <kiv/concurrent/MThread.h>
+
 #include <kiv/files/MFile.h>
 
 #include <kiv/memory/IMemoryAllocation.h>

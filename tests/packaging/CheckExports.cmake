@@ -5,7 +5,9 @@ if(NOT rc EQUAL 0)
   message(FATAL_ERROR "nm failed on ${LIBRARY}")
 endif()
 foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix"
-                 "kiv::system::memory::MGeneralAllocator")
+                 "kiv::system::memory::MGeneralAllocator"
+                 "kiv::system::MThreadImplPosix" "kiv::system::concurrent::MMutexImpl"
+                 "kiv::system::concurrent::MConcurObjectImpl")
   string(FIND "${symbols}" "${internal}" at)
   if(NOT at EQUAL -1)
     message(FATAL_ERROR "internal symbols exported: ${internal}")
@@ -15,7 +17,10 @@ foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT6
                "kiv::system::MFile::MFile" "vtable for kiv::MError"
                "kiv::system::memory::MMemoryHeap::Allocate"
                "kiv::system::memory::MAllocatorManager::CreateAllocator"
-               "vtable for kiv::system::memory::IMemoryAllocation")
+               "vtable for kiv::system::memory::IMemoryAllocation"
+               "kiv::system::concurrent::MMutex::Aquire" "kiv::system::concurrent::MLock::TryLock"
+               "kiv::system::concurrent::MConcurObject::NotifyAll" "kiv::system::MThread::Start"
+               "vtable for kiv::system::IRunnable" "vtable for kiv::system::MThread")
   string(FIND "${symbols}" "${public}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "public symbol not exported: ${public}")

@@ -1,0 +1,7 @@
+#include <kiv/concurrent/IRunnable.h>
+
+namespace kiv::system {
+
+IRunnable::~IRunnable() = default;
+
+}  // namespace kiv::system

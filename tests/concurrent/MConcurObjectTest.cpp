@@ -1,0 +1,145 @@
+#include <kiv/concurrent/MConcurObject.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "support/ThreadState.h"
+
+namespace {
+
+using kiv::system::concurrent::MConcurObject;
+
+// Threads that each wait once on an object, without timeout.
+class Waiters {
+public:
+    Waiters(MConcurObject& object, int count) : m_tids(count) {
+        for (int i = 0; i < count; ++i) {
+            m_threads.emplace_back([this, &object, i] {
+                m_tids[i].store(kiv::test::CurrentThreadId());
+                m_woken.fetch_add(object.Wait());
+            });
+        }
+    }
+    ~Waiters() { Join(); }
+
+    bool AllAsleep() {
+        for (auto& tid : m_tids) {
+            while (tid.load() == 0) {
+                std::this_thread::yield();
+            }
+            if (!kiv::test::WaitUntilInFutexWait(tid.load())) {
+                return false;
+            }
+        }
+        return true;
+    }
+    int AwaitWoken(int n) {
+        for (int i = 0; i < 30000 && m_woken.load() < n; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return m_woken.load();
+    }
+    int Woken() const { return m_woken.load(); }
+    void Join() {
+        for (auto& t : m_threads) {
+            if (t.joinable()) {
+                t.join();
+            }
+        }
+    }
+
+private:
+    std::vector<std::atomic<int>> m_tids;
+    std::atomic<int> m_woken{0};
+    std::vector<std::thread> m_threads;
+};
+
+TEST(MConcurObject, ANotifyWithoutWaiterIsRememberedOnce) {
+    MConcurObject object;
+    object.Notify();
+    object.Notify();
+    EXPECT_EQ(object.Wait(0), 1);
+    EXPECT_EQ(object.Wait(0), 0);
+}
+
+TEST(MConcurObject, ANotifyAllWithoutWaiterLeavesNoTrace) {
+    MConcurObject object;
+    object.NotifyAll();
+    EXPECT_EQ(object.Wait(10), 0);
+}
+
+TEST(MConcurObject, NotifyAllWakesEveryWaiter) {
+    MConcurObject object;
+    Waiters waiters(object, 3);
+    ASSERT_TRUE(waiters.AllAsleep());
+    object.NotifyAll();
+    waiters.Join();
+    EXPECT_EQ(waiters.Woken(), 3);
+    EXPECT_EQ(object.Wait(0), 0);
+}
+
+TEST(MConcurObject, NotifyWakesOneWaiter) {
+    MConcurObject object;
+    Waiters waiters(object, 2);
+    ASSERT_TRUE(waiters.AllAsleep());
+    object.Notify();
+    EXPECT_EQ(waiters.AwaitWoken(1), 1);
+    EXPECT_EQ(object.Wait(0), 0);  // consumed by the woken waiter
+    EXPECT_EQ(waiters.Woken(), 1);
+    object.Notify();
+    waiters.Join();
+    EXPECT_EQ(waiters.Woken(), 2);
+}
+
+TEST(MConcurObject, AWaitTimesOutWithZero) {
+    MConcurObject object;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(object.Wait(30), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+}
+
+// Waits and broadcasts racing each other: every generation must be freed
+// exactly once, whoever drops its last reference.
+TEST(MConcurObject, GenerationsSurviveWaitsRacingBroadcasts) {
+    MConcurObject object;
+    std::atomic<bool> stop{false};
+    std::atomic<long> woken{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            while (!stop.load()) {
+                woken.fetch_add(object.Wait(1));
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        for (int i = 0; i < 3000; ++i) {
+            object.NotifyAll();
+            if (i % 7 == 0) {
+                object.Notify();
+            }
+        }
+        stop.store(true);
+    });
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_GT(woken.load(), 0);
+}
+
+TEST(MConcurObject, CopyingMovesTheObject) {
+    MConcurObject source;
+    source.Notify();
+    MConcurObject target(source);
+    EXPECT_EQ(source.Wait(0), 0);
+    EXPECT_EQ(target.Wait(0), 1);
+    MConcurObject other;
+    other = target;
+    other.Notify();
+    EXPECT_EQ(other.Wait(0), 1);
+}
+
+}  // namespace

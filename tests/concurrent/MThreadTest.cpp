@@ -1,0 +1,135 @@
+#include <kiv/concurrent/MThread.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "support/ThreadState.h"
+
+namespace {
+
+using kiv::system::IRunnable;
+using kiv::system::MThread;
+
+class CountingRunnable : public IRunnable {
+public:
+    void Run() override {
+        tid.store(kiv::test::CurrentThreadId());
+        runs.fetch_add(1);
+        while (hold.load()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        finished.store(true);  // the last touch of this object
+    }
+    std::atomic<int> runs{0};
+    std::atomic<bool> finished{false};
+    std::atomic<int> tid{0};
+    std::atomic<bool> hold{false};
+};
+
+TEST(MThread, StartTwiceRunsTheRunnableOnce) {
+    CountingRunnable work;
+    MThread thread(&work);
+    thread.Start();
+    thread.Start();
+    thread.WaitForStop();
+    thread.Start();
+    thread.WaitForStop();
+    EXPECT_EQ(work.runs.load(), 1);
+}
+
+TEST(MThread, IdIsZeroBeforeStartAndTheThreadsOwnIdAfter) {
+    CountingRunnable work;
+    MThread thread(&work);
+    EXPECT_EQ(thread.GetId(), 0u);
+    thread.Start();
+    EXPECT_NE(thread.GetId(), 0u);
+    thread.WaitForStop();
+    EXPECT_EQ(thread.GetId(), static_cast<unsigned int>(work.tid.load()));
+}
+
+TEST(MThread, GetPriorityIsMinusOneOnceStarted) {
+    CountingRunnable work;
+    MThread thread(&work);
+    EXPECT_EQ(thread.GetPriority(), 0x7FFFFFFF);  // the failed query on no thread
+    thread.SetPriority(3);                        // not remembered
+    thread.Start();
+    thread.SetPriority(1000);  // refused by the system, ignored
+    EXPECT_EQ(thread.GetPriority(), -1);
+    thread.WaitForStop();
+    EXPECT_EQ(thread.GetPriority(), -1);
+}
+
+TEST(MThread, WaitForStopWaitsForRunToReturnAndReturnsAtOnceWithoutAThread) {
+    MThread idle;
+    idle.WaitForStop();
+    idle.Start();  // no runnable: nothing happens
+    EXPECT_EQ(idle.GetId(), 0u);
+    idle.WaitForStop();
+
+    CountingRunnable work;
+    work.hold.store(true);
+    MThread thread(&work);
+    thread.Start();
+    std::atomic<bool> stopped{false};
+    std::thread waiter([&] {
+        thread.WaitForStop();
+        stopped.store(true);
+    });
+    while (work.runs.load() == 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(stopped.load());
+    work.hold.store(false);
+    waiter.join();
+    EXPECT_TRUE(stopped.load());
+}
+
+TEST(MThread, DestroyingTheObjectLeavesTheThreadRunning) {
+    CountingRunnable work;
+    work.hold.store(true);
+    {
+        MThread thread(&work);
+        thread.Start();
+    }
+    while (work.runs.load() == 0) {
+        std::this_thread::yield();
+    }
+    work.hold.store(false);
+    // The thread was detached: it ends on its own, without a join.
+    while (!work.finished.load()) {
+        std::this_thread::yield();
+    }
+}
+
+TEST(MThread, TheWorkIsTheRunnableNotAnOverrideOfRun) {
+    class Derived : public MThread {
+    public:
+        explicit Derived(IRunnable* r) : MThread(r) {}
+        void Run() override { overrideRan.store(true); }
+        std::atomic<bool> overrideRan{false};
+    };
+    CountingRunnable work;
+    Derived thread(&work);
+    thread.Start();
+    thread.WaitForStop();
+    EXPECT_EQ(work.runs.load(), 1);
+    EXPECT_FALSE(thread.overrideRan.load());
+}
+
+TEST(MThread, CopyingMovesTheThread) {
+    CountingRunnable work;
+    work.hold.store(true);
+    MThread source(&work);
+    source.Start();
+    const unsigned int id = source.GetId();
+    MThread target(source);
+    EXPECT_EQ(source.GetId(), 0u);
+    EXPECT_EQ(target.GetId(), id);
+    work.hold.store(false);
+    target.WaitForStop();
+    EXPECT_EQ(work.runs.load(), 1);
+}
+
+}  // namespace

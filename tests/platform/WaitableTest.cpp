@@ -1,0 +1,356 @@
+// Events, semaphores and waits inside one process, unnamed and named.
+#include "platform/Waitable.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "platform/WaitableDiagnostics.h"
+#include "support/ThreadState.h"
+
+namespace {
+
+using kiv::platform::Event;
+using kiv::platform::EventReset;
+using kiv::platform::kInfinite;
+using kiv::platform::kWaitFailed;
+using kiv::platform::kWaitTimeout;
+using kiv::platform::Semaphore;
+using kiv::platform::Waitable;
+using kiv::platform::WaitFor;
+using kiv::platform::WaitForAny;
+
+constexpr int kLong = 30000;  // for things that must happen
+
+// Threads that each wait once on `object` and record the result.
+class Waiters {
+public:
+    Waiters(const Waitable& object, int count) : m_results(count) {
+        for (int i = 0; i < count; ++i) {
+            m_threads.emplace_back([this, &object, i] {
+                m_tids[i].store(kiv::test::CurrentThreadId());
+                m_results[i].store(WaitFor(object, kLong));
+                m_done.fetch_add(1);
+            });
+        }
+    }
+    ~Waiters() { Join(); }
+
+    // Returns once every thread sleeps in its wait.
+    bool AllAsleep() {
+        for (std::size_t i = 0; i < m_threads.size(); ++i) {
+            while (m_tids[i].load() == 0) {
+                std::this_thread::yield();
+            }
+            if (!kiv::test::WaitUntilInFutexWait(m_tids[i].load())) {
+                return false;
+            }
+        }
+        return true;
+    }
+    // Returns once `n` waits have ended (or after a long time).
+    int AwaitDone(int n) {
+        for (int i = 0; i < kLong && m_done.load() < n; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return m_done.load();
+    }
+    int Done() const { return m_done.load(); }
+    void Join() {
+        for (auto& t : m_threads) {
+            if (t.joinable()) {
+                t.join();
+            }
+        }
+    }
+    int CountResult(int value) const {
+        int n = 0;
+        for (const auto& r : m_results) {
+            n += r.load() == value ? 1 : 0;
+        }
+        return n;
+    }
+
+private:
+    std::vector<std::atomic<int>> m_results;
+    std::atomic<int> m_tids[8] = {};
+    std::atomic<int> m_done{0};
+    std::vector<std::thread> m_threads;
+};
+
+TEST(Event, AutomaticEventReleasesExactlyOneWaiterPerSet) {
+    Event event = Event::Create(EventReset::Automatic, false);
+    Waiters waiters(event, 3);
+    ASSERT_TRUE(waiters.AllAsleep());
+    event.Set();
+    EXPECT_EQ(waiters.AwaitDone(1), 1);
+    // The one released waiter consumed the signal.
+    EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+    EXPECT_EQ(waiters.Done(), 1);
+    event.Set();
+    event.Set();
+    waiters.Join();
+    EXPECT_EQ(waiters.CountResult(0), 3);
+}
+
+TEST(Event, TwoSetsWithOneWaiterReleaseItAndLeaveTheEventSignalled) {
+    Event event = Event::Create(EventReset::Automatic, false);
+    Waiters waiters(event, 1);
+    ASSERT_TRUE(waiters.AllAsleep());
+    event.Set();
+    event.Set();
+    waiters.Join();
+    EXPECT_EQ(waiters.CountResult(0), 1);
+    EXPECT_EQ(WaitFor(event, 0), 0);
+    EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+}
+
+TEST(Event, AutomaticEventStaysSignalledUntilOneWaitConsumesIt) {
+    Event event = Event::Create(EventReset::Automatic, true);
+    EXPECT_EQ(WaitFor(event, 0), 0);
+    EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+    event.Set();
+    event.Set();  // a signalled event does not count
+    EXPECT_EQ(WaitFor(event, 0), 0);
+    EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+}
+
+TEST(Event, ManualEventReleasesEveryWaiterAndStaysSignalledUntilReset) {
+    Event event = Event::Create(EventReset::Manual, false);
+    Waiters waiters(event, 3);
+    ASSERT_TRUE(waiters.AllAsleep());
+    event.Set();
+    waiters.Join();
+    EXPECT_EQ(waiters.CountResult(0), 3);
+    EXPECT_EQ(WaitFor(event, 0), 0);
+    EXPECT_EQ(WaitFor(event, 0), 0);
+    event.Reset();
+    EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+}
+
+TEST(Event, PulseOfAManualEventReleasesTheCurrentWaitersAndLeavesItReset) {
+    Event event = Event::Create(EventReset::Manual, false);
+    Waiters waiters(event, 2);
+    ASSERT_TRUE(waiters.AllAsleep());
+    event.Pulse();
+    waiters.Join();
+    EXPECT_EQ(waiters.CountResult(0), 2);
+    EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+}
+
+TEST(Event, PulseOfAnAutomaticEventReleasesOneCurrentWaiter) {
+    Event event = Event::Create(EventReset::Automatic, false);
+    Waiters waiters(event, 2);
+    ASSERT_TRUE(waiters.AllAsleep());
+    event.Pulse();
+    EXPECT_EQ(waiters.AwaitDone(1), 1);
+    EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+    EXPECT_EQ(waiters.Done(), 1);
+    event.Set();
+    waiters.Join();
+    EXPECT_EQ(waiters.CountResult(0), 2);
+}
+
+TEST(Event, PulseWithoutWaitersLeavesNothingBehind) {
+    for (EventReset reset : {EventReset::Manual, EventReset::Automatic}) {
+        Event event = Event::Create(reset, true);
+        event.Pulse();
+        EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
+    }
+}
+
+TEST(Semaphore, HandsOutItsUnitsAndRefusesAReleasePastTheMaximum) {
+    Semaphore sem = Semaphore::Create(1, 3);
+    int previous = -1;
+    EXPECT_TRUE(sem.Release(2, &previous));
+    EXPECT_EQ(previous, 1);
+    previous = -1;
+    EXPECT_FALSE(sem.Release(1, &previous));  // 3 + 1 > 3: nothing changes
+    EXPECT_EQ(previous, -1);
+    EXPECT_FALSE(sem.Release(0));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(WaitFor(sem, 0), 0);
+    }
+    EXPECT_EQ(WaitFor(sem, 0), kWaitTimeout);
+    EXPECT_TRUE(sem.Release(3, &previous));
+    EXPECT_EQ(previous, 0);
+}
+
+TEST(Semaphore, CreationChecksTheCounts) {
+    EXPECT_FALSE(Semaphore::Create(2, 1).IsValid());
+    EXPECT_FALSE(Semaphore::Create(-1, 1).IsValid());
+    Semaphore empty = Semaphore::Create(0, 0);  // never holds a unit
+    ASSERT_TRUE(empty.IsValid());
+    EXPECT_FALSE(empty.Release());
+    EXPECT_EQ(WaitFor(empty, 0), kWaitTimeout);
+}
+
+TEST(Semaphore, AReleaseOfNWakesNWaiters) {
+    Semaphore sem = Semaphore::Create(0, 10);
+    Waiters waiters(sem, 3);
+    ASSERT_TRUE(waiters.AllAsleep());
+    sem.Release(2);
+    EXPECT_EQ(waiters.AwaitDone(2), 2);
+    EXPECT_EQ(WaitFor(sem, 0), kWaitTimeout);
+    sem.Release(1);
+    waiters.Join();
+    EXPECT_EQ(waiters.CountResult(0), 3);
+}
+
+TEST(WaitForAny, ReturnsTheLowestSignalledIndexAndConsumesOnlyThatObject) {
+    Event a = Event::Create(EventReset::Automatic, false);
+    Semaphore b = Semaphore::Create(1, 1);
+    Event c = Event::Create(EventReset::Automatic, true);
+    EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), 1);
+    EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), 2);
+    EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), kWaitTimeout);
+}
+
+TEST(WaitForAny, WakesForTheObjectSignalledByAnotherThread) {
+    std::vector<Event> events;
+    std::vector<const Waitable*> list;
+    for (int i = 0; i < kiv::platform::kMaxWaitObjects; ++i) {
+        events.push_back(Event::Create(EventReset::Automatic, false));
+    }
+    for (const Event& e : events) {
+        list.push_back(&e);
+    }
+    std::atomic<int> tid{0};
+    std::atomic<int> result{-100};
+    std::thread waiter([&] {
+        tid.store(kiv::test::CurrentThreadId());
+        result.store(WaitForAny(list, kLong));
+    });
+    while (tid.load() == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(tid.load()));
+    events[41].Set();
+    waiter.join();
+    EXPECT_EQ(result.load(), 41);
+    EXPECT_EQ(WaitFor(events[41], 0), kWaitTimeout);
+}
+
+TEST(WaitForAny, FailsOnInvalidHandlesAndBadCounts) {
+    Event valid = Event::Create(EventReset::Manual, true);
+    Event invalid;
+    EXPECT_EQ(WaitFor(invalid, 0), kWaitFailed);
+    EXPECT_EQ(WaitForAny({&valid, &invalid}, 0), kWaitFailed);
+    EXPECT_EQ(WaitForAny(std::span<const Waitable* const>(), 0), kWaitFailed);
+    std::vector<const Waitable*> tooMany(kiv::platform::kMaxWaitObjects + 1, &valid);
+    EXPECT_EQ(WaitForAny(tooMany, 0), kWaitFailed);
+    EXPECT_FALSE(invalid.Set());
+}
+
+TEST(WaitForAny, TimesOutNoEarlierThanAsked) {
+    Event event = Event::Create(EventReset::Manual, false);
+    const std::uint32_t start = kiv::platform::TickCount();
+    EXPECT_EQ(WaitFor(event, 60), kWaitTimeout);
+    EXPECT_GE(kiv::platform::TickCount() - start, 60u);
+}
+
+// Units passed one by one to consumers that wait for either the units or a
+// stop event: a lost wake-up would leave a unit behind or a consumer asleep.
+TEST(TickCount, AdvancesWithTime) {
+    const std::uint32_t first = kiv::platform::TickCount();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_GE(kiv::platform::TickCount() - first, 20u);
+}
+
+TEST(NamedObjects, CreateAnswersWhetherTheObjectExistedAndIgnoresParametersThen) {
+    bool existed = true;
+    Event first = Event::Create(L"KIV_TEST_EVENT", EventReset::Manual, false, &existed);
+    ASSERT_TRUE(first.IsValid());
+    EXPECT_FALSE(existed);
+    Event second = Event::Create(L"KIV_TEST_EVENT", EventReset::Automatic, true, &existed);
+    ASSERT_TRUE(second.IsValid());
+    EXPECT_TRUE(existed);
+    // Still the manual, non-signalled event created first.
+    EXPECT_EQ(WaitFor(second, 0), kWaitTimeout);
+    first.Set();
+    EXPECT_EQ(WaitFor(second, 0), 0);
+    EXPECT_EQ(WaitFor(second, 0), 0);
+    Event third = Event::Open(L"KIV_TEST_EVENT");
+    EXPECT_TRUE(third.IsValid());
+}
+
+TEST(NamedObjects, AnEventAndASemaphoreCannotShareAName) {
+    Event event = Event::Create(L"shared name", EventReset::Automatic, false);
+    ASSERT_TRUE(event.IsValid());
+    bool existed = false;
+    EXPECT_FALSE(Semaphore::Create(L"shared name", 0, 1, &existed).IsValid());
+    EXPECT_TRUE(existed);
+    EXPECT_FALSE(Semaphore::Open(L"shared name").IsValid());
+    EXPECT_FALSE(Event::Open(L"no such name").IsValid());
+}
+
+TEST(NamedObjects, TheLastCloseDestroysTheObjectAndItsSignal) {
+    Semaphore sem = Semaphore::Create(L"units", 2, 5);
+    Semaphore again = Semaphore::Open(L"units");
+    ASSERT_TRUE(again.IsValid());
+    sem.Close();
+    EXPECT_EQ(WaitFor(again, 0), 0);  // alive through the second handle
+    again.Release(3);
+    again.Close();
+    EXPECT_FALSE(Semaphore::Open(L"units").IsValid());
+    bool existed = true;
+    Semaphore fresh = Semaphore::Create(L"units", 0, 5, &existed);
+    EXPECT_FALSE(existed);
+    EXPECT_EQ(WaitFor(fresh, 0), kWaitTimeout);
+}
+
+TEST(NamedObjects, NamesAreExactAndLongNamesAreRefused) {
+    Event lower = Event::Create(L"gps fix ü", EventReset::Manual, true);
+    EXPECT_FALSE(Event::Open(L"GPS FIX ü").IsValid());
+    Event same = Event::Open(L"gps fix ü");
+    ASSERT_TRUE(same.IsValid());
+    EXPECT_EQ(WaitFor(same, 0), 0);
+    const std::wstring longest(kiv::platform::kMaxObjectName, L'x');
+    EXPECT_TRUE(Event::Create(longest, EventReset::Manual, false).IsValid());
+    EXPECT_FALSE(Event::Create(longest + L"x", EventReset::Manual, false).IsValid());
+}
+
+TEST(NamedObjects, AnEmptyNameCreatesAnUnnamedObject) {
+    bool existed = true;
+    Event a = Event::Create(L"", EventReset::Manual, true, &existed);
+    EXPECT_FALSE(existed);
+    Event b = Event::Create(L"", EventReset::Manual, false, &existed);
+    EXPECT_EQ(WaitFor(a, 0), 0);
+    EXPECT_EQ(WaitFor(b, 0), kWaitTimeout);
+}
+
+TEST(NamedObjects, EachNamespaceHasItsOwnObjects) {
+    Event here = Event::Create(L"KIV_GPS_EVENT_FIX", EventReset::Automatic, true);
+    const std::string original = std::getenv("KIV_NAMESPACE");
+    setenv("KIV_NAMESPACE", (original + "other").c_str(), 1);
+    bool existed = true;
+    Event there = Event::Create(L"KIV_GPS_EVENT_FIX", EventReset::Automatic, false, &existed);
+    EXPECT_FALSE(existed);
+    EXPECT_EQ(WaitFor(there, 0), kWaitTimeout);
+    there.Close();
+    setenv("KIV_NAMESPACE", original.c_str(), 1);
+    EXPECT_EQ(WaitFor(here, 0), 0);
+}
+
+TEST(NamedObjects, ManyHandlesOfOneProcessShareOneRecord) {
+    std::vector<Event> handles;
+    for (int i = 0; i < 5000; ++i) {
+        handles.push_back(Event::Create(L"opened often", EventReset::Automatic, false));
+        ASSERT_TRUE(handles.back().IsValid());
+    }
+    kiv::platform::NamedObjectCensus census;
+    ASSERT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
+    EXPECT_EQ(census.objects, 1);
+    EXPECT_EQ(census.records, 1);
+    EXPECT_TRUE(census.consistent);
+    handles.clear();
+    ASSERT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
+    EXPECT_EQ(census.objects, 0);
+    EXPECT_EQ(census.processes, 0);
+    EXPECT_TRUE(census.consistent);
+}
+
+}  // namespace
