@@ -8,3 +8,6 @@
 #include <kiv/foundation/MError.h>
 
 #include <kiv/files/MFile.h>
+
+#include <kiv/system/MRegistry.h>
+#include <kiv/system/MRegistryKey.h>
