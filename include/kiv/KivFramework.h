@@ -11,3 +11,4 @@
 
 #include <kiv/system/MRegistry.h>
 #include <kiv/system/MRegistryKey.h>
+#include <kiv/system/MShell.h>
