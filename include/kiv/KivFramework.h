@@ -5,6 +5,7 @@
 #include <kiv/platform/Win32Types.h>
 
 #include <kiv/foundation/MByteBuffer.h>
+#include <kiv/foundation/MDebugLog.h>
 #include <kiv/foundation/MError.h>
 
 #include <kiv/files/MFile.h>
