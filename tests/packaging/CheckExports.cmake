@@ -4,14 +4,18 @@ execute_process(COMMAND nm -D -C --defined-only ${LIBRARY}
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "nm failed on ${LIBRARY}")
 endif()
-foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix")
+foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix"
+                 "kiv::system::MRegistryImpl" "kiv::system::MShellImpl" "sqlite3_" "snd_mixer")
   string(FIND "${symbols}" "${internal}" at)
   if(NOT at EQUAL -1)
     message(FATAL_ERROR "internal symbols exported: ${internal}")
   endif()
 endforeach()
 foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT64"
-               "kiv::system::MFile::MFile" "vtable for kiv::MError")
+               "kiv::system::MFile::MFile" "vtable for kiv::MError"
+               "kiv::system::MRegistry::RecurseDeleteKey" "kiv::system::MRegistryKey::EnumValue"
+               "kiv::system::MShell::EnableMute" "kiv::log::MDebugLog::ErrorPrintf"
+               "vtable for kiv::log::MDebugLog")
   string(FIND "${symbols}" "${public}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "public symbol not exported: ${public}")
