@@ -49,19 +49,22 @@ struct Fixture {
         reg.SetValue(kText, L"Text");
 
         sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-        sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;", nullptr, nullptr, nullptr);
+        sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;", nullptr, nullptr,
+                     nullptr);
         sqlite3_stmt* find = nullptr;
-        sqlite3_prepare_v2(db, "SELECT id FROM keys WHERE name_upper = 'KIVBENCH'", -1, &find, nullptr);
+        sqlite3_prepare_v2(db, "SELECT id FROM keys WHERE name_upper = 'KIVBENCH'", -1, &find,
+                           nullptr);
         if (sqlite3_step(find) == SQLITE_ROW) {
             keyId = sqlite3_column_int64(find, 0);
         }
         sqlite3_finalize(find);
         sqlite3_prepare_v3(db, "SELECT type, data FROM vals WHERE key = ?1 AND name_upper = ?2", -1,
                            SQLITE_PREPARE_PERSISTENT, &read, nullptr);
-        sqlite3_prepare_v3(db,
-                           "INSERT INTO vals(key, name, name_upper, type, data) VALUES (?1, ?2, ?3, ?4, ?5) "
-                           "ON CONFLICT(key, name_upper) DO UPDATE SET type = excluded.type, data = excluded.data",
-                           -1, SQLITE_PREPARE_PERSISTENT, &write, nullptr);
+        sqlite3_prepare_v3(
+            db,
+            "INSERT INTO vals(key, name, name_upper, type, data) VALUES (?1, ?2, ?3, ?4, ?5) "
+            "ON CONFLICT(key, name_upper) DO UPDATE SET type = excluded.type, data = excluded.data",
+            -1, SQLITE_PREPARE_PERSISTENT, &write, nullptr);
     }
     ~Fixture() {
         sqlite3_finalize(read);

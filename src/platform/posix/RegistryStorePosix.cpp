@@ -450,13 +450,26 @@ unsigned int Connection::Open() {
         return MapSqliteError(sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr));
     };
 
-    // Reading the header first tells a file that is not a database (1015)
-    // before anything could be written to it.
+    // One read transaction, so the two answers belong together even while
+    // another process is creating the schema. Reading first tells a file
+    // that is not a database (1015) before anything could be written to it.
     int applicationId = 0;
     int tables = 0;
+    auto readHeader = [&]() -> unsigned int {
+        unsigned int r = pragmaInt("PRAGMA application_id", applicationId);
+        if (r == ERROR_SUCCESS) {
+            r = pragmaInt("SELECT count(*) FROM sqlite_schema", tables);
+        }
+        return r;
+    };
     unsigned int rc = WithRetry([&] {
-        const unsigned int r = pragmaInt("PRAGMA application_id", applicationId);
-        return r != ERROR_SUCCESS ? r : pragmaInt("SELECT count(*) FROM sqlite_schema", tables);
+        unsigned int r = exec("BEGIN");
+        if (r == ERROR_SUCCESS) {
+            r = readHeader();
+            sqlite3_exec(m_db, r == ERROR_SUCCESS ? "COMMIT" : "ROLLBACK", nullptr, nullptr,
+                         nullptr);
+        }
+        return r;
     });
     if (rc != ERROR_SUCCESS) {
         return rc;
@@ -473,17 +486,27 @@ unsigned int Connection::Open() {
         rc = exec("PRAGMA synchronous=NORMAL");
     }
     if (rc == ERROR_SUCCESS && applicationId != kApplicationId) {
+        // An empty file: make the schema, unless another process made it
+        // since the look above (checked again under the write lock).
         rc = WithRetry([&] {
             unsigned int r = exec("BEGIN IMMEDIATE");
             if (r != ERROR_SUCCESS) {
                 return r;
             }
-            r = exec(kSchema);
-            if (r == ERROR_SUCCESS) {
-                r = exec(("PRAGMA application_id=" + std::to_string(kApplicationId)).c_str());
-            }
-            if (r == ERROR_SUCCESS) {
-                r = exec(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
+            r = readHeader();
+            if (r == ERROR_SUCCESS && applicationId != kApplicationId) {
+                if (tables != 0) {
+                    r = ERROR_REGISTRY_CORRUPT;
+                } else {
+                    r = exec(kSchema);
+                    if (r == ERROR_SUCCESS) {
+                        r = exec(
+                            ("PRAGMA application_id=" + std::to_string(kApplicationId)).c_str());
+                    }
+                    if (r == ERROR_SUCCESS) {
+                        r = exec(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
+                    }
+                }
             }
             if (r == ERROR_SUCCESS) {
                 r = exec("COMMIT");
