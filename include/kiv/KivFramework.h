@@ -5,6 +5,7 @@
 #include <kiv/platform/Win32Types.h>
 
 #include <kiv/foundation/MByteBuffer.h>
+#include <kiv/foundation/MDebugLog.h>
 #include <kiv/foundation/MError.h>
 
 #include <kiv/concurrent/IRunnable.h>
@@ -25,3 +26,6 @@
 #include <kiv/memory/MMemoryVariableSizedPool.h>
 
 #include <kiv/system/MProcessManager.h>
+#include <kiv/system/MRegistry.h>
+#include <kiv/system/MRegistryKey.h>
+#include <kiv/system/MShell.h>

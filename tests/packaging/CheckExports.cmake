@@ -7,7 +7,8 @@ endif()
 foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix"
                  "kiv::system::memory::MGeneralAllocator"
                  "kiv::system::MThreadImplPosix" "kiv::system::concurrent::MMutexImpl"
-                 "kiv::system::concurrent::MConcurObjectImpl")
+                 "kiv::system::concurrent::MConcurObjectImpl"
+                 "kiv::system::MRegistryImpl" "kiv::system::MShellImpl" "sqlite3_" "snd_mixer")
   string(FIND "${symbols}" "${internal}" at)
   if(NOT at EQUAL -1)
     message(FATAL_ERROR "internal symbols exported: ${internal}")
@@ -20,7 +21,10 @@ foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT6
                "vtable for kiv::system::memory::IMemoryAllocation"
                "kiv::system::concurrent::MMutex::Aquire" "kiv::system::concurrent::MLock::TryLock"
                "kiv::system::concurrent::MConcurObject::NotifyAll" "kiv::system::MThread::Start"
-               "vtable for kiv::system::IRunnable" "vtable for kiv::system::MThread")
+               "vtable for kiv::system::IRunnable" "vtable for kiv::system::MThread"
+               "kiv::system::MRegistry::RecurseDeleteKey" "kiv::system::MRegistryKey::EnumValue"
+               "kiv::system::MShell::EnableMute" "kiv::log::MDebugLog::ErrorPrintf"
+               "vtable for kiv::log::MDebugLog")
   string(FIND "${symbols}" "${public}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "public symbol not exported: ${public}")

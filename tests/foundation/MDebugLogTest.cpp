@@ -1,0 +1,215 @@
+#include <kiv/foundation/MDebugLog.h>
+#include <kiv/system/MRegistry.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include "foundation/Text.h"
+#include "support/KivTestEnvironment.h"
+
+using kiv::log::MDebugLog;
+
+namespace {
+
+const std::regex kStamp(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d--)");
+
+void SetLogLevel(unsigned int level) {
+    kiv::system::MRegistry reg;
+    ASSERT_EQ(reg.Create(HKEY_CURRENT_USER, L"Software\\Tarvo\\KivFramework\\LOG", nullptr, 0,
+                         KEY_ALL_ACCESS, nullptr, nullptr),
+              0u);
+    ASSERT_EQ(reg.SetValue(level, L"LogLevel"), 0u);
+}
+
+std::string LogPath(const char* name = "app.log") {
+    return kiv::test::TempPath(name);
+}
+
+std::wstring Wide(const std::string& s) {
+    return kiv::text::FromUtf8(s);
+}
+
+// The file's text; fails the test if it is not plain UTF-16LE.
+std::wstring ReadLog(const std::string& path) {
+    const std::string bytes = kiv::test::ReadFileBytes(path);
+    EXPECT_EQ(bytes.size() % 2, 0u);
+    if (bytes.size() >= 2) {
+        EXPECT_FALSE(bytes[0] == '\xFF' && bytes[1] == '\xFE') << "byte-order mark";
+    }
+    return kiv::text::FromUtf16Le(bytes.data(), bytes.size());
+}
+
+// The line with its time stamp taken off; fails the test if it has none.
+std::wstring WithoutStamp(const std::wstring& line) {
+    const std::string narrow = kiv::text::ToUtf8(line);
+    std::smatch m;
+    if (!std::regex_search(narrow, m, kStamp) || m.position(0) != 0) {
+        ADD_FAILURE() << "no time stamp at the start of: " << narrow;
+        return line;
+    }
+    return line.substr(static_cast<std::size_t>(m.length(0)));
+}
+
+}  // namespace
+
+TEST(MDebugLog, LevelTwoFromTheRegistryWritesOnlyWarnings) {
+    SetLogLevel(2);
+    MDebugLog log(Wide(LogPath()).c_str());
+    EXPECT_EQ(log.GetDebugLevel(), 2u);
+    log.InformationPrintf(L"info");
+    log.ErrorPrintf(L"error");
+    EXPECT_FALSE(std::filesystem::exists(LogPath()));
+    log.WarningPrintf(L"x=%d", 5);
+
+    const std::string bytes = kiv::test::ReadFileBytes(LogPath());
+    ASSERT_EQ(bytes.size(), 2 * (21 + 3 + 3 + 1));  // stamp, tag, "x=5", line feed
+    const std::wstring text = ReadLog(LogPath());
+    EXPECT_EQ(WithoutStamp(text), L"W--x=5\n");
+    EXPECT_EQ(bytes.substr(bytes.size() - 2), std::string("\n\0", 2));  // no carriage return
+}
+
+TEST(MDebugLog, MissingKeyIsCreatedWithLevelZeroSoNothingIsLogged) {
+    MDebugLog log(Wide(LogPath()).c_str());
+    EXPECT_EQ(log.GetDebugLevel(), 0u);
+    kiv::system::MRegistry reg;
+    ASSERT_EQ(reg.Open(HKEY_CURRENT_USER, L"Software\\Tarvo\\KivFramework\\LOG", KEY_READ), 0u);
+    unsigned int stored = 99;
+    EXPECT_EQ(reg.QueryValue(stored, L"LogLevel"), 0u);
+    EXPECT_EQ(stored, 0u);
+    log.ErrorPrintf(L"dropped");
+    EXPECT_FALSE(std::filesystem::exists(LogPath()));
+}
+
+TEST(MDebugLog, KeyWithoutTheValueKeepsEveryLevel) {
+    kiv::system::MRegistry reg;
+    ASSERT_EQ(reg.Create(HKEY_CURRENT_USER, L"Software\\Tarvo\\KivFramework\\LOG", nullptr, 0,
+                         KEY_ALL_ACCESS, nullptr, nullptr),
+              0u);
+    MDebugLog log(Wide(LogPath()).c_str());
+    EXPECT_EQ(log.GetDebugLevel(), 7u);
+    log.SetDebugLevel(MDebugLog::DEBUG_LEVEL_NONE);
+    unsigned int stored = 0;
+    EXPECT_EQ(reg.QueryValue(stored, L"LogLevel"), ERROR_FILE_NOT_FOUND);  // untouched
+}
+
+TEST(MDebugLog, TagsAreWrittenOnlyForSingleLevels) {
+    SetLogLevel(7);
+    MDebugLog log(Wide(LogPath()).c_str());
+    log.InformationPrintf(L"i");
+    log.DebugPrintf(static_cast<MDebugLog::TDebugLevel>(3), L"combined %ls", L"wide");
+    log.DebugPrintf(MDebugLog::DEBUG_LEVEL_ERROR, L"e");
+    log.DebugPrintf(static_cast<MDebugLog::TDebugLevel>(8), L"outside the mask");
+
+    std::wstring text = ReadLog(LogPath());
+    std::wstring rest;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find(L'\n', start);
+        ASSERT_NE(end, std::wstring::npos);
+        rest += WithoutStamp(text.substr(start, end - start + 1));
+        start = end + 1;
+    }
+    EXPECT_EQ(rest, L"I--i\ncombined wide\nE--e\n");
+}
+
+TEST(MDebugLog, MessagesAreCutAt256Characters) {
+    SetLogLevel(7);
+    MDebugLog log(Wide(LogPath()).c_str());
+    const std::wstring longText = std::wstring(250, L'a') + std::wstring(50, L'b');
+    log.ErrorPrintf(L"%ls", longText.c_str());
+    EXPECT_EQ(WithoutStamp(ReadLog(LogPath())),
+              L"E--" + std::wstring(250, L'a') + std::wstring(6, L'b') + L"\n");
+}
+
+TEST(MDebugLog, FileAboveTheLimitIsEmptiedBeforeTheNextLineAndOneAtTheLimitIsNot) {
+    SetLogLevel(7);
+    ASSERT_TRUE(kiv::test::WriteFileBytes(LogPath("big.log"), std::string(1000001, 'x')));
+    ASSERT_TRUE(kiv::test::WriteFileBytes(LogPath("full.log"), std::string(1000000, 'x')));
+    MDebugLog big(Wide(LogPath("big.log")).c_str());
+    MDebugLog full(Wide(LogPath("full.log")).c_str());
+    big.ErrorPrintf(L"fresh");
+    full.ErrorPrintf(L"fresh");
+    EXPECT_EQ(WithoutStamp(ReadLog(LogPath("big.log"))), L"E--fresh\n");
+    const std::string kept = kiv::test::ReadFileBytes(LogPath("full.log"));
+    EXPECT_EQ(kept.size(), 1000000u + 2 * (21 + 3 + 5 + 1));
+    EXPECT_EQ(kept.substr(0, 1000000), std::string(1000000, 'x'));
+}
+
+TEST(MDebugLog, LimitZeroKeepsOnlyTheLastLine) {
+    SetLogLevel(7);
+    MDebugLog log(Wide(LogPath()).c_str());
+    log.SetMaxLogSize(0);
+    EXPECT_EQ(log.GetMaxLogSize(), 0u);
+    log.ErrorPrintf(L"one");
+    log.ErrorPrintf(L"two");
+    log.ErrorPrintf(L"three");
+    EXPECT_EQ(WithoutStamp(ReadLog(LogPath())), L"E--three\n");
+}
+
+TEST(MDebugLog, NullOutputFileKeepsTheFileAndAnotherNameSwitchesToIt) {
+    SetLogLevel(7);
+    MDebugLog log(Wide(LogPath("first.log")).c_str());
+    log.ErrorPrintf(L"a");
+    log.SetOutputFile(nullptr);
+    log.ErrorPrintf(L"b");
+    log.SetOutputFile(Wide(LogPath("second.log")).c_str());
+    log.ErrorPrintf(L"c");
+    const std::wstring first = ReadLog(LogPath("first.log"));
+    EXPECT_EQ(std::count(first.begin(), first.end(), L'\n'), 2);
+    EXPECT_EQ(WithoutStamp(ReadLog(LogPath("second.log"))), L"E--c\n");
+    wchar_t name[260];
+    log.GetOutputFile(name);
+    EXPECT_EQ(name, Wide(LogPath("second.log")));
+    log.GetOutputFile(nullptr);  // ignored
+}
+
+TEST(MDebugLog, DefaultFileIsTheExecutablePathCutTo63CharactersWithLogAppended) {
+    const std::wstring exe = Wide(std::filesystem::read_symlink("/proc/self/exe").string());
+    MDebugLog log;
+    wchar_t name[260];
+    log.GetOutputFile(name);
+    EXPECT_EQ(std::wstring(name), exe.substr(0, 63) + L".log");
+    MDebugLog empty(L"");
+    empty.GetOutputFile(name);
+    EXPECT_EQ(std::wstring(name), exe.substr(0, 63) + L".log");
+    const std::wstring longName = L"/tmp/" + std::wstring(300, L'n');
+    MDebugLog cut(longName.c_str());
+    cut.GetOutputFile(name);
+    EXPECT_EQ(std::wstring(name), longName.substr(0, 259));
+}
+
+TEST(MDebugLog, CopiesShareTheFileAndTheFirstDestroyedClosesItForBoth) {
+    SetLogLevel(7);
+    MDebugLog original(Wide(LogPath()).c_str());
+    original.ErrorPrintf(L"before");
+    {
+        MDebugLog copy(original);
+        copy.ErrorPrintf(L"from the copy");
+    }
+    original.ErrorPrintf(L"after");  // the shared handle is closed: dropped
+    const std::wstring text = ReadLog(LogPath());
+    EXPECT_NE(text.find(L"E--from the copy\n"), std::wstring::npos);
+    EXPECT_EQ(text.find(L"after"), std::wstring::npos);
+}
+
+TEST(MDebugLog, UnopenableFileDropsMessagesAndIsTriedAgainOnTheNext) {
+    SetLogLevel(7);
+    const std::string dir = kiv::test::TempPath("later");
+    MDebugLog log(Wide(dir + "/app.log").c_str());
+    log.ErrorPrintf(L"lost");
+    std::filesystem::create_directory(dir);
+    log.ErrorPrintf(L"kept");
+    EXPECT_EQ(WithoutStamp(ReadLog(dir + "/app.log")), L"E--kept\n");
+}
+
+TEST(MDebugLog, OutputSelectorIsOnlyStored) {
+    MDebugLog log(Wide(LogPath()).c_str());
+    EXPECT_EQ(log.GetDebugOutput(), MDebugLog::DEBUG_OUTPUT_FILE);
+    log.SetDebugOutput(MDebugLog::DEBUG_OUTPUT_DEBUGGER);
+    EXPECT_EQ(log.GetDebugOutput(), MDebugLog::DEBUG_OUTPUT_DEBUGGER);
+    log.EnableCrashDump(true);
+    log.EnableCrashDump(false);
+}

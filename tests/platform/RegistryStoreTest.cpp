@@ -1,0 +1,256 @@
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/RegistryStore.h"
+#include "support/KivTestEnvironment.h"
+
+using kiv::platform::RegistryBatch;
+using kiv::platform::RegistryStore;
+
+namespace {
+
+// An open key that closes itself.
+struct Key {
+    HKEY h = nullptr;
+    ~Key() {
+        if (h != nullptr) {
+            RegistryStore::CloseKey(h);
+        }
+    }
+};
+
+unsigned int Make(Key& key, const wchar_t* path) {
+    return RegistryStore::CreateKey(HKEY_CURRENT_USER, path, nullptr, &key.h, nullptr);
+}
+
+unsigned int SetDword(HKEY key, const wchar_t* name, unsigned int v) {
+    return RegistryStore::SetValue(key, name, REG_DWORD, &v, sizeof v);
+}
+
+unsigned int GetDword(HKEY key, const wchar_t* name, unsigned int& v) {
+    unsigned int size = sizeof v;
+    return RegistryStore::QueryValue(key, name, nullptr, &v, &size);
+}
+
+// The stored bytes of a value, read with SQLite directly.
+std::string StoredBytes(const std::string& path, const char* valueName) {
+    sqlite3* db = nullptr;
+    std::string bytes;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt* s = nullptr;
+        sqlite3_prepare_v2(db, "SELECT data FROM vals WHERE name = ?1", -1, &s, nullptr);
+        sqlite3_bind_text(s, 1, valueName, -1, SQLITE_STATIC);
+        if (sqlite3_step(s) == SQLITE_ROW) {
+            bytes.assign(static_cast<const char*>(sqlite3_column_blob(s, 0)),
+                         static_cast<std::size_t>(sqlite3_column_bytes(s, 0)));
+        }
+        sqlite3_finalize(s);
+    }
+    sqlite3_close(db);
+    return bytes;
+}
+
+}  // namespace
+
+TEST(RegistryStore, StringsAreStoredAsUtf16LeWithTheirTerminator) {
+    Key key;
+    ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
+    const wchar_t text[] = L"A\u00e9\U0001F600";
+    ASSERT_EQ(RegistryStore::SetValue(key.h, L"Text", REG_SZ, text, sizeof text), 0u);
+    ASSERT_EQ(RegistryStore::SetValue(key.h, L"Empty", REG_SZ, L"", sizeof(wchar_t)), 0u);
+    const std::string path = RegistryStore::Path();
+    EXPECT_EQ(StoredBytes(path, "Text"), std::string("A\0\xe9\0\x3d\xd8\x00\xde\0\0", 10));
+    EXPECT_EQ(StoredBytes(path, "Empty"), std::string("\0\0", 2));
+}
+
+TEST(RegistryStore, DamagedFileGivesCorruptOnEveryCallAndIsLeftAsItWas) {
+    const std::string path = RegistryStore::Path();
+    const std::string garbage(8192, '\x5a');
+    ASSERT_TRUE(kiv::test::WriteFileBytes(path, garbage));
+    Key key;
+    EXPECT_EQ(Make(key, L"Software\\KivTest"), ERROR_REGISTRY_CORRUPT);
+    EXPECT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, L"Software", &key.h),
+              ERROR_REGISTRY_CORRUPT);
+    unsigned int v = 0;
+    EXPECT_EQ(GetDword(HKEY_LOCAL_MACHINE, L"x", v), ERROR_REGISTRY_CORRUPT);
+    EXPECT_EQ(SetDword(HKEY_LOCAL_MACHINE, L"x", 1), ERROR_REGISTRY_CORRUPT);
+    EXPECT_EQ(kiv::test::ReadFileBytes(path), garbage);
+}
+
+TEST(RegistryStore, AnotherProgramsDatabaseIsNotTouched) {
+    const std::string path = RegistryStore::Path();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(x); INSERT INTO notes VALUES (1);", nullptr,
+                           nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(db);
+    const std::string before = kiv::test::ReadFileBytes(path);
+    Key key;
+    EXPECT_EQ(Make(key, L"Software"), ERROR_REGISTRY_CORRUPT);
+    EXPECT_EQ(kiv::test::ReadFileBytes(path), before);
+}
+
+TEST(RegistryStore, StoreThatCannotBeOpenedGivesIoFailure) {
+    setenv("KIV_REGISTRY", kiv::test::TempPath("no/such/dir/registry.db").c_str(), 1);
+    Key key;
+    EXPECT_EQ(Make(key, L"Software"), ERROR_REGISTRY_IO_FAILED);
+    unsigned int v = 0;
+    EXPECT_EQ(GetDword(HKEY_CURRENT_USER, L"x", v), ERROR_REGISTRY_IO_FAILED);
+}
+
+TEST(RegistryStore, RootsFollowTheEnvironmentAndOpenKeysKeepTheirFile) {
+    const std::string first = kiv::test::TempPath("first.db");
+    const std::string second = kiv::test::TempPath("second.db");
+    setenv("KIV_REGISTRY", first.c_str(), 1);
+    Key inFirst;
+    ASSERT_EQ(Make(inFirst, L"Software\\KivTest"), 0u);
+    ASSERT_EQ(SetDword(inFirst.h, L"v", 1), 0u);
+
+    setenv("KIV_REGISTRY", second.c_str(), 1);
+    Key inSecond;
+    EXPECT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, L"Software\\KivTest", &inSecond.h),
+              ERROR_FILE_NOT_FOUND);
+    ASSERT_EQ(SetDword(inFirst.h, L"v", 2), 0u);  // still the first file
+
+    setenv("KIV_REGISTRY", first.c_str(), 1);
+    ASSERT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, L"Software\\KivTest", &inSecond.h), 0u);
+    unsigned int v = 0;
+    EXPECT_EQ(GetDword(inSecond.h, L"v", v), 0u);
+    EXPECT_EQ(v, 2u);
+}
+
+TEST(RegistryStore, DefaultFileLivesInAPrivateStateDirectory) {
+    unsetenv("KIV_REGISTRY");
+    const std::string state = kiv::test::TempPath("state");
+    setenv("XDG_STATE_HOME", state.c_str(), 1);
+    const std::string path = RegistryStore::Path();
+    unsetenv("XDG_STATE_HOME");
+    EXPECT_EQ(path, state + "/kiv/registry.db");
+    struct stat st {};
+    ASSERT_EQ(stat((state + "/kiv").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+}
+
+TEST(RegistryStore, HandlesAreNeverRootsNorReusedAndClosedOnesAreBad) {
+    std::vector<HKEY> seen;
+    for (int i = 0; i < 3; ++i) {
+        HKEY h = nullptr;
+        ASSERT_EQ(RegistryStore::CreateKey(HKEY_CURRENT_USER, L"Software", nullptr, &h, nullptr),
+                  0u);
+        for (HKEY root : {HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_USERS}) {
+            EXPECT_NE(h, root);
+        }
+        for (HKEY old : seen) {
+            EXPECT_NE(h, old);
+        }
+        seen.push_back(h);
+        EXPECT_EQ(RegistryStore::CloseKey(h), 0u);
+        EXPECT_EQ(RegistryStore::CloseKey(h), ERROR_INVALID_HANDLE);
+        unsigned int v = 0;
+        EXPECT_EQ(GetDword(h, L"x", v), ERROR_INVALID_HANDLE);
+    }
+    EXPECT_EQ(RegistryStore::CloseKey(HKEY_CURRENT_USER), 0u);
+    EXPECT_EQ(SetDword(HKEY_CURRENT_USER, L"RootValue", 1), 0u);  // the root is still usable
+}
+
+TEST(RegistryStore, BatchIsInvisibleToOtherThreadsUntilTheOutermostScopeCommits) {
+    Key key;
+    ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
+    auto seenElsewhere = [&] {
+        int found = 0;
+        std::thread reader([&] {
+            unsigned int v = 0;
+            found += GetDword(key.h, L"Lat", v) == 0 ? 1 : 0;
+            found += GetDword(key.h, L"Lon", v) == 0 ? 1 : 0;
+        });
+        reader.join();
+        return found;
+    };
+    {
+        RegistryBatch outer;
+        {
+            RegistryBatch inner;
+            ASSERT_EQ(SetDword(key.h, L"Lat", 1), 0u);
+            Key other;  // a second handle of the same file joins the batch
+            ASSERT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, L"Software\\KivTest", &other.h),
+                      0u);
+            ASSERT_EQ(SetDword(other.h, L"Lon", 2), 0u);
+            EXPECT_EQ(inner.Commit(), 0u);
+        }
+        unsigned int v = 0;
+        EXPECT_EQ(GetDword(key.h, L"Lon", v), 0u);  // the batch's own thread sees its writes
+        EXPECT_EQ(seenElsewhere(), 0);
+    }
+    EXPECT_EQ(seenElsewhere(), 2);
+}
+
+TEST(RegistryStore, FailedCreateInsideABatchKeepsTheBatchsOtherWrites) {
+    Key key;
+    ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
+    {
+        RegistryBatch batch;
+        ASSERT_EQ(SetDword(key.h, L"Before", 1), 0u);
+        Key bad;
+        EXPECT_EQ(RegistryStore::CreateKey(key.h, std::wstring(256, L'x').c_str(), nullptr, &bad.h,
+                                           nullptr),
+                  ERROR_INVALID_PARAMETER);
+        Key deep;
+        ASSERT_EQ(RegistryStore::CreateKey(key.h, L"Deep\\Er", nullptr, &deep.h, nullptr), 0u);
+        EXPECT_EQ(RegistryStore::DeleteKey(key.h, L"Deep"), ERROR_ACCESS_DENIED);
+        EXPECT_EQ(batch.Commit(), 0u);
+    }
+    unsigned int v = 0;
+    EXPECT_EQ(GetDword(key.h, L"Before", v), 0u);
+    Key deep;
+    EXPECT_EQ(RegistryStore::OpenKey(key.h, L"Deep\\Er", &deep.h), 0u);
+}
+
+TEST(RegistryStore, ThreadsWritingInBatchesAndAloneLoseNothing) {
+    Key key;
+    ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 60;
+    std::atomic<int> errors{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kRounds; ++i) {
+                const std::wstring a = L"t" + std::to_wstring(t) + L"a" + std::to_wstring(i);
+                const std::wstring b = L"t" + std::to_wstring(t) + L"b" + std::to_wstring(i);
+                if (t % 2 == 0) {
+                    RegistryBatch batch;
+                    errors += SetDword(key.h, a.c_str(), static_cast<unsigned>(i)) != 0;
+                    errors += SetDword(key.h, b.c_str(), static_cast<unsigned>(i)) != 0;
+                    errors += batch.Commit() != 0;
+                } else {
+                    errors += SetDword(key.h, a.c_str(), static_cast<unsigned>(i)) != 0;
+                    errors += SetDword(key.h, b.c_str(), static_cast<unsigned>(i)) != 0;
+                }
+            }
+        });
+    }
+    for (auto& th : threads) {
+        th.join();
+    }
+    EXPECT_EQ(errors.load(), 0);
+    int present = 0;
+    for (int t = 0; t < kThreads; ++t) {
+        for (int i = 0; i < kRounds; ++i) {
+            for (const wchar_t* part : {L"a", L"b"}) {
+                const std::wstring name = L"t" + std::to_wstring(t) + part + std::to_wstring(i);
+                unsigned int v = 99;
+                present += GetDword(key.h, name.c_str(), v) == 0 && v == static_cast<unsigned>(i);
+            }
+        }
+    }
+    EXPECT_EQ(present, kThreads * kRounds * 2);
+}
