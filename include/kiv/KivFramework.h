@@ -18,6 +18,9 @@
 
 #include <kiv/files/MFile.h>
 
+#include <kiv/gps/MGPSConnect.h>
+#include <kiv/gps/MNmeaParser.h>
+
 #include <kiv/memory/IMemoryAllocation.h>
 #include <kiv/memory/MAllocatorManager.h>
 #include <kiv/memory/MMemoryChunk.h>

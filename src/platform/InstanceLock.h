@@ -1,0 +1,25 @@
+// A lock that one process of the namespace holds for as long as it lives:
+// the way a program makes sure it runs only once per KIV_NAMESPACE. The
+// kernel drops it when the process ends, however it ends.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+namespace kiv::platform {
+
+class InstanceLock {
+public:
+    /// Takes the lock `name` of the current namespace; null if another
+    /// process holds it (or it cannot be made).
+    static std::unique_ptr<InstanceLock> TryAcquire(std::wstring_view name);
+    ~InstanceLock();
+    InstanceLock(const InstanceLock&) = delete;
+    InstanceLock& operator=(const InstanceLock&) = delete;
+
+private:
+    explicit InstanceLock(int fd) : m_fd(fd) {}
+    int m_fd;
+};
+
+}  // namespace kiv::platform

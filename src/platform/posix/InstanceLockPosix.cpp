@@ -1,0 +1,30 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "platform/InstanceLock.h"
+#include "platform/Namespace.h"
+
+namespace kiv::platform {
+
+std::unique_ptr<InstanceLock> InstanceLock::TryAcquire(std::wstring_view name) {
+    const std::string object = SystemObjectName("lock", name);
+    const int fd = shm_open(object.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return nullptr;
+    }
+    // The object itself is never removed: removing it would let a second
+    // process lock a fresh object while the first still holds the old one.
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        close(fd);
+        return nullptr;
+    }
+    return std::unique_ptr<InstanceLock>(new InstanceLock(fd));
+}
+
+InstanceLock::~InstanceLock() {
+    close(m_fd);
+}
+
+}  // namespace kiv::platform
