@@ -1,0 +1,61 @@
+// Reading the GPS registry key in tests.
+#pragma once
+
+#include <kiv/system/MRegistry.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace kiv::test {
+
+inline constexpr const wchar_t* kGpsKeyPath = L"Software\\Tarvo\\KivFramework\\GPS";
+
+/// A string value of the GPS key; `fallback` if it cannot be read.
+inline std::wstring GpsString(const wchar_t* name, const std::wstring& fallback = L"<none>") {
+    kiv::system::MRegistry key;
+    if (key.Open(HKEY_CURRENT_USER, kGpsKeyPath, KEY_ALL_ACCESS) != 0) {
+        return fallback;
+    }
+    wchar_t buffer[512] = {};
+    unsigned int size = sizeof buffer;
+    return key.QueryValue(buffer, name, &size) == 0 ? std::wstring(buffer) : fallback;
+}
+
+/// A DWORD value of the GPS key; `fallback` if it cannot be read.
+inline unsigned int GpsDword(const wchar_t* name, unsigned int fallback = 0xDEADBEEF) {
+    kiv::system::MRegistry key;
+    unsigned int value = 0;
+    if (key.Open(HKEY_CURRENT_USER, kGpsKeyPath, KEY_ALL_ACCESS) != 0 ||
+        key.QueryValue(value, name) != 0) {
+        return fallback;
+    }
+    return value;
+}
+
+/// Writes values into the GPS key (creating it), as a client does.
+inline void SetGps(const wchar_t* name, const wchar_t* value) {
+    kiv::system::MRegistry key;
+    key.Create(HKEY_CURRENT_USER, kGpsKeyPath, nullptr, 0, KEY_ALL_ACCESS, nullptr, nullptr);
+    key.SetValue(value, name);
+}
+inline void SetGps(const wchar_t* name, unsigned int value) {
+    kiv::system::MRegistry key;
+    key.Create(HKEY_CURRENT_USER, kGpsKeyPath, nullptr, 0, KEY_ALL_ACCESS, nullptr, nullptr);
+    key.SetValue(value, name);
+}
+
+/// Polls `done` every 10 ms for up to `timeoutMs`; true once it holds.
+inline bool Eventually(const std::function<bool()>& done, int timeoutMs = 20000) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+}  // namespace kiv::test
