@@ -24,6 +24,24 @@ constexpr double kOneSixtieth = 0.016666666666666666;
 std::mutex g_satellitesLock;
 std::string g_satellites;
 
+// A receiver that never starts a new cycle (or noise that looks like one)
+// must not grow the text without end: groups that would take it past this
+// length are left out. A real cycle of 32 satellites needs about 600.
+constexpr std::size_t kMaxSatellitesText = 1023;
+
+// Appends fields first..first+3, each followed by ",", and then ";".
+void AppendSatelliteGroup(const NmeaFieldSplitter& f, std::size_t first) {
+    std::string group;
+    for (std::size_t i = first; i < first + 4; ++i) {
+        group.append(f.Text(i));
+        group.push_back(',');
+    }
+    group.push_back(';');
+    if (g_satellites.size() + group.size() <= kMaxSatellitesText) {
+        g_satellites.append(group);
+    }
+}
+
 std::string_view SkipBlanks(std::string_view text) {
     while (!text.empty() &&
            (text.front() == ' ' || text.front() == '\t' || text.front() == '\n' ||
@@ -404,11 +422,7 @@ void NmeaParserCore::ParseGsv(std::string_view body) {
     // The groups of one message are appended last first.
     for (const std::size_t start : {16u, 12u, 8u, 4u}) {
         if (count > start + 3) {
-            for (std::size_t i = start; i < start + 4; ++i) {
-                g_satellites.append(f.Text(i));
-                g_satellites.push_back(',');
-            }
-            g_satellites.push_back(';');
+            AppendSatelliteGroup(f, start);
         }
     }
     if (f.Text(1) == f.Text(2)) {
@@ -429,11 +443,7 @@ void NmeaParserCore::ParseNva(std::string_view body) {
             FieldToInteger(f.Text(start)) == 0) {
             break;
         }
-        for (std::size_t i = start; i < start + 4; ++i) {
-            g_satellites.append(f.Text(i));
-            g_satellites.push_back(',');
-        }
-        g_satellites.push_back(';');
+        AppendSatelliteGroup(f, start);
     }
     m_output.SetString(L"SIV_INFO", g_satellites);
 }

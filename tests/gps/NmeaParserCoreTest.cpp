@@ -390,3 +390,13 @@ TEST_F(Parser, RecordedReceiverStreamsParseWithoutSurprises) {
     }
     EXPECT_GT(files, 0);
 }
+
+TEST_F(Parser, SatelliteTextStaysBoundedWithoutANewCycle) {
+    Send("GPGSV,9,1,36,01,01,001,01");
+    for (int i = 0; i < 100; ++i) {
+        Send("GPGSV,9,2,36,03,03,111,00,04,15,270,00,06,01,010,00,13,06,292,00");
+    }
+    Send("GPGSV,9,9,36,22,42,067,42");
+    EXPECT_LE(Str(L"SIV_INFO").size(), 1023u);
+    EXPECT_EQ(Str(L"SIV_INFO").substr(0, 28), "01,01,001,01,;13,06,292,00,;");
+}
