@@ -98,4 +98,21 @@ private:
     bool m_open;
 };
 
+// A scope in which the calling thread's reads of the store see one state:
+// writes that other threads and processes commit meanwhile become visible
+// only after it ends. A reader of several values that belong together (a
+// GPS fix) takes one, so it never mixes two fixes. No writes inside; inside
+// a batch it does nothing. Scopes nest.
+class RegistrySnapshot {
+public:
+    RegistrySnapshot();
+    ~RegistrySnapshot();
+    RegistrySnapshot(const RegistrySnapshot&) = delete;
+    RegistrySnapshot& operator=(const RegistrySnapshot&) = delete;
+
+private:
+    std::string m_path;
+    bool m_open;
+};
+
 }  // namespace kiv::platform

@@ -13,6 +13,7 @@
 #include "support/KivTestEnvironment.h"
 
 using kiv::platform::RegistryBatch;
+using kiv::platform::RegistrySnapshot;
 using kiv::platform::RegistryStore;
 
 namespace {
@@ -191,6 +192,31 @@ TEST(RegistryStore, BatchIsInvisibleToOtherThreadsUntilTheOutermostScopeCommits)
         EXPECT_EQ(seenElsewhere(), 0);
     }
     EXPECT_EQ(seenElsewhere(), 2);
+}
+
+TEST(RegistryStore, SnapshotReadsOneStateWhileOthersCommit) {
+    Key key;
+    ASSERT_EQ(Make(key, L"Software\\Snap"), ERROR_SUCCESS);
+    ASSERT_EQ(SetDword(key.h, L"LAT", 1), ERROR_SUCCESS);
+    ASSERT_EQ(SetDword(key.h, L"LON", 1), ERROR_SUCCESS);
+    unsigned int lat = 0;
+    unsigned int lon = 0;
+    {
+        RegistrySnapshot snapshot;
+        ASSERT_EQ(GetDword(key.h, L"LAT", lat), ERROR_SUCCESS);
+        std::thread writer([&] {
+            RegistryBatch batch;
+            SetDword(key.h, L"LAT", 2);
+            SetDword(key.h, L"LON", 2);
+        });
+        writer.join();
+        RegistrySnapshot nested;
+        ASSERT_EQ(GetDword(key.h, L"LON", lon), ERROR_SUCCESS);
+        EXPECT_EQ(lat, 1u);
+        EXPECT_EQ(lon, 1u) << "the other thread's commit is not seen inside the snapshot";
+    }
+    ASSERT_EQ(GetDword(key.h, L"LON", lon), ERROR_SUCCESS);
+    EXPECT_EQ(lon, 2u) << "and is seen after it";
 }
 
 TEST(RegistryStore, FailedCreateInsideABatchKeepsTheBatchsOtherWrites) {

@@ -104,6 +104,7 @@ enum Sql : std::size_t {
     kSavepoint,
     kRelease,
     kRollbackTo,
+    kBeginRead,
     kSqlCount
 };
 
@@ -128,6 +129,7 @@ constexpr std::array<const char*, kSqlCount> kSql = {
     "SAVEPOINT kiv_operation",
     "RELEASE kiv_operation",
     "ROLLBACK TO kiv_operation",
+    "BEGIN DEFERRED",
 };
 
 unsigned int MapSqliteError(int rc) {
@@ -377,6 +379,8 @@ public:
     // Batches.
     int batchDepth = 0;
     bool batchWriting = false;
+    // Read snapshots (never open together with a batch).
+    int snapshotDepth = 0;
 
     // Deadline bookkeeping for the busy handler.
     Clock::time_point busySince{};
@@ -547,10 +551,10 @@ public:
 
 private:
     // Drops the least recently used connections beyond the limit, never one
-    // with an open batch.
+    // with an open batch or snapshot.
     void Trim() {
         for (std::size_t i = m_list.size(); i > kCachedConnections; --i) {
-            if (m_list[i - 1]->batchDepth == 0) {
+            if (m_list[i - 1]->batchDepth == 0 && m_list[i - 1]->snapshotDepth == 0) {
                 m_list.erase(m_list.begin() + static_cast<long>(i - 1));
             }
         }
@@ -1138,6 +1142,30 @@ unsigned int RegistryBatch::Commit() {
         db->Exec(kRollback);
     }
     return rc;
+}
+
+// ---- read snapshots ------------------------------------------------------
+
+RegistrySnapshot::RegistrySnapshot() : m_path(RegistryStore::Path()), m_open(false) {
+    Connection* db = BatchConnection(m_path);
+    if (db == nullptr || db->batchDepth > 0) {
+        return;  // a batch already reads one state of its own
+    }
+    if (db->snapshotDepth == 0 && db->Exec(kBeginRead) != ERROR_SUCCESS) {
+        return;
+    }
+    ++db->snapshotDepth;
+    m_open = true;
+}
+
+RegistrySnapshot::~RegistrySnapshot() {
+    if (!m_open) {
+        return;
+    }
+    Connection* db = BatchConnection(m_path);
+    if (db != nullptr && db->snapshotDepth > 0 && --db->snapshotDepth == 0) {
+        db->Exec(kCommit);
+    }
 }
 
 }  // namespace kiv::platform
