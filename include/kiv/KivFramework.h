@@ -19,6 +19,8 @@
 #include <kiv/files/MFile.h>
 
 #include <kiv/gps/MGPSConnect.h>
+#include <kiv/gps/MGPSPosition.h>
+#include <kiv/gps/MGPSService.h>
 #include <kiv/gps/MNmeaParser.h>
 
 #include <kiv/memory/IMemoryAllocation.h>

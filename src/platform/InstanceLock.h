@@ -11,8 +11,13 @@ namespace kiv::platform {
 class InstanceLock {
 public:
     /// Takes the lock `name` of the current namespace; null if another
-    /// process holds it (or it cannot be made).
+    /// process holds it (or it cannot be made). The holder's process id is
+    /// kept with the lock.
     static std::unique_ptr<InstanceLock> TryAcquire(std::wstring_view name);
+    /// The process id of the process holding lock `name` of the current
+    /// namespace, or 0 if nobody holds it. -1 when it is held but the holder
+    /// has not written its id yet.
+    static long Holder(std::wstring_view name);
     ~InstanceLock();
     InstanceLock(const InstanceLock&) = delete;
     InstanceLock& operator=(const InstanceLock&) = delete;

@@ -20,7 +20,29 @@ std::unique_ptr<InstanceLock> InstanceLock::TryAcquire(std::wstring_view name) {
         close(fd);
         return nullptr;
     }
+    // Others learn who holds it from its content.
+    const long pid = static_cast<long>(getpid());
+    if (ftruncate(fd, sizeof pid) != 0 || pwrite(fd, &pid, sizeof pid, 0) != sizeof pid) {
+        close(fd);
+        return nullptr;
+    }
     return std::unique_ptr<InstanceLock>(new InstanceLock(fd));
+}
+
+long InstanceLock::Holder(std::wstring_view name) {
+    const std::string object = SystemObjectName("lock", name);
+    const int fd = shm_open(object.c_str(), O_RDWR | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return 0;
+    }
+    long pid = 0;
+    if (flock(fd, LOCK_SH | LOCK_NB) == 0) {
+        flock(fd, LOCK_UN);  // nobody holds it
+    } else if (pread(fd, &pid, sizeof pid, 0) != sizeof pid || pid <= 0) {
+        pid = -1;
+    }
+    close(fd);
+    return pid;
 }
 
 InstanceLock::~InstanceLock() {

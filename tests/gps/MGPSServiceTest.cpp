@@ -1,0 +1,205 @@
+// The GPS from receiver to application, with real processes: a client
+// starts the service, the daemon KivGPS is launched beside the shared
+// library, and a pseudo-terminal stands in for the receiver.
+#include <kiv/gps/MGPSService.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "GpsRegistry.h"
+#include "NmeaSimulator.h"
+#include "support/HelperProcess.h"
+#include "support/KivTestEnvironment.h"
+
+using kiv::gps::MGPSService;
+using kiv::test::Eventually;
+using kiv::test::GpsDword;
+using kiv::test::GpsString;
+
+namespace {
+
+std::atomic<int> g_fixes{0};
+std::atomic<int> g_moves{0};
+int OnFix(void*) {
+    return ++g_fixes;
+}
+int OnMoving(void*) {
+    return ++g_moves;
+}
+
+std::string Sentence(const char* body) {
+    return kiv::sim::WithChecksum(body) + "\r\n";
+}
+
+// The daemon of this test's namespace runs while it holds its lock, a
+// shared-memory object named "/kiv.<namespace>.lock.KivGPS".
+bool DaemonRuns() {
+    const std::string name = "/kiv." + kiv::test::TestNamespace() + ".lock.KivGPS";
+    const int fd = shm_open(name.c_str(), O_RDWR | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return false;
+    }
+    const bool held = flock(fd, LOCK_SH | LOCK_NB) != 0;
+    close(fd);
+    return held;
+}
+
+// The daemon ends soon after it is killed; the lock goes with it.
+bool DaemonStops() {
+    return Eventually([] { return !DaemonRuns(); });
+}
+
+class ServiceOnPty : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(pty.IsOpen());
+        setenv("KIV_COM3", pty.SlavePath().c_str(), 1);
+        g_fixes = 0;
+        g_moves = 0;
+    }
+    void TearDown() override { unsetenv("KIV_COM3"); }
+    kiv::test::PseudoTerminal pty;
+};
+
+}  // namespace
+
+TEST_F(ServiceOnPty, SentencesOnTheReceiverReachTheCallbacksAndTheReaders) {
+    auto service = std::make_unique<MGPSService>();
+    service->SetFixCallback(OnFix);
+    service->SetMovingCallback(OnMoving);
+    ASSERT_EQ(service->SetComPort(3, 4800), 0u);
+    ASSERT_EQ(service->StartService(), 0u);
+    EXPECT_EQ(GpsDword(L"AP_CNT"), 1u);
+    EXPECT_EQ(GpsString(L"INIT_FLAG"), L"1");
+
+    ASSERT_TRUE(
+        pty.Write(Sentence("GPGSA,A,3,05,12,,,,,,,,,,,2.5,1.3,2.1") +
+                  Sentence("GPGSV,1,1,02,05,45,120,38,12,10,300,") +
+                  Sentence("GPRMC,123519.250,A,4807.038,N,01131.000,W,10.0,084.4,230394,,") +
+                  Sentence("GPGGA,123519.250,4807.038,N,01131.000,W,1,08,0.9,545.4,M,46.9,M,,")));
+    EXPECT_TRUE(Eventually([] { return g_fixes.load() >= 1 && g_moves.load() >= 1; }));
+    EXPECT_TRUE(Eventually([] { return GpsString(L"ALTITUDE") == L"545.4"; }));
+
+    kiv::gps::MGPSPosition position;
+    ASSERT_EQ(service->GetGPSPosition(&position), 0u);
+    EXPECT_EQ(position.m_activeState, 10u);
+    EXPECT_EQ(position.m_latDegrees, 48);
+    EXPECT_EQ(position.m_latMilliseconds, 280);
+    EXPECT_EQ(position.m_east, 0);
+    EXPECT_EQ(position.m_speed, 18.0f);
+    EXPECT_EQ(position.m_direction, 84u);
+    EXPECT_EQ(position.m_fixQuality, 1u);
+    EXPECT_FLOAT_EQ(position.m_pdop, 2.5f);
+    EXPECT_FLOAT_EQ(position.m_altitude, 545.4f);
+    EXPECT_EQ(position.m_usedSatellites, (std::vector<std::string>{"05", "12"}));
+    wchar_t text[32];
+    position.GetLongitudeAsString(text);
+    EXPECT_EQ(std::wstring(text), L"W11\u00A1C31'0.0");
+
+    kiv::gps::MGPSDateTime when;
+    ASSERT_EQ(service->GetGPSDateTime(&when), 0u);
+    EXPECT_EQ(when.m_year, 2094) << "2000 + yy, whatever the century";
+    EXPECT_EQ(when.m_month, 3);
+    EXPECT_EQ(when.m_day, 23);
+    EXPECT_EQ(when.m_hour, 12);
+    EXPECT_EQ(when.m_second, 19);
+    EXPECT_EQ(when.m_millisecond, 250);
+
+    std::vector<kiv::gps::MSatellite*> satellites;
+    ASSERT_EQ(service->GetSatellitesInView(satellites), 0u);
+    ASSERT_EQ(satellites.size(), 2u);
+    EXPECT_EQ(std::wstring(satellites[0]->m_number), L"12") << "a message's groups, last first";
+    EXPECT_EQ(satellites[0]->m_signalToNoise, 0u);
+    EXPECT_EQ(satellites[1]->m_elevation, 45u);
+    EXPECT_EQ(satellites[1]->m_signalToNoise, 38u);
+    for (auto* s : satellites) {
+        delete s;
+    }
+
+    service->WriteCommand(L"$PSRF101*00\r\n");
+    EXPECT_EQ(pty.Read(13, 20000), "$PSRF101*00\r\n");
+
+    service.reset();
+    EXPECT_EQ(GpsDword(L"AP_CNT"), 0u);
+    EXPECT_TRUE(DaemonStops()) << "the last client stopped the daemon";
+}
+
+TEST_F(ServiceOnPty, TheDaemonLastsUntilTheLastClientEnds) {
+    const std::string result = kiv::test::TempPath("first.txt");
+    const std::string quit = kiv::test::TempPath("quit");
+    {
+        MGPSService setup;
+        setup.SetComPort(3, 4800);
+    }
+    kiv::test::HelperProcess first(kiv::test::HelperPath("kiv_gps_client"), {result, quit});
+    ASSERT_TRUE(first.AwaitReady());
+    EXPECT_EQ(kiv::test::ReadFileBytes(result), "00000000\n");
+    EXPECT_EQ(GpsDword(L"AP_CNT"), 1u);
+    {
+        MGPSService second;
+        ASSERT_EQ(second.StartService(), 0u) << "the running daemon is used";
+        EXPECT_EQ(GpsDword(L"AP_CNT"), 2u);
+        EXPECT_EQ(GpsDword(L"KIV_GPS_EVENT_RESETFIX"), 1u) << "asks for a fresh fix event";
+        ASSERT_TRUE(kiv::test::WriteFileBytes(quit, "x"));
+        EXPECT_EQ(first.Wait(), 0);
+        EXPECT_EQ(GpsDword(L"AP_CNT"), 1u);
+        EXPECT_TRUE(DaemonRuns()) << "one client is left";
+    }
+    EXPECT_EQ(GpsDword(L"AP_CNT"), 0u);
+    EXPECT_TRUE(DaemonStops());
+}
+
+TEST_F(ServiceOnPty, ADaemonThatCannotOpenItsPortReportsAStartError) {
+    setenv("KIV_COM9", "/nonexistent/tty", 1);
+    MGPSService service;
+    service.SetComPort(9, 4800);
+    EXPECT_EQ(service.StartService(), 0x07000003u);
+    EXPECT_EQ(GpsString(L"ERR_MSG"),
+              L"The GPS service connect comport fail port=9,baudrate=4800\n");
+    unsetenv("KIV_COM9");
+}
+
+TEST(MGPSService, AMissingDaemonExecutableIsALaunchError) {
+    // A copy of the library in a folder without the daemon, loaded in place
+    // of the built one.
+    const std::string lonely = kiv::test::TempPath("lib");
+    std::filesystem::create_directory(lonely);
+    const std::string library = kiv::test::HelperPath("libKivFramework.so.1");
+    std::filesystem::copy_file(std::filesystem::canonical(library),
+                               lonely + "/libKivFramework.so.1");
+    setenv("LD_LIBRARY_PATH", lonely.c_str(), 1);
+    const std::string result = kiv::test::TempPath("result.txt");
+    const std::string quit = kiv::test::TempPath("quit");
+    ASSERT_TRUE(kiv::test::WriteFileBytes(quit, "x"));
+    const int status =
+        kiv::test::RunProcess(kiv::test::HelperPath("kiv_gps_client"), {result, quit});
+    unsetenv("LD_LIBRARY_PATH");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(kiv::test::ReadFileBytes(result), "07000002\n");
+    EXPECT_EQ(GpsString(L"ERR_MSG"), L"KivGPS exe file launch fail!!\n");
+}
+
+TEST(MGPSService, EmptySatelliteTextGivesNoSatellites) {
+    MGPSService service;
+    kiv::test::SetGps(L"SIV_INFO", L"");
+    std::vector<kiv::gps::MSatellite*> satellites;
+    EXPECT_EQ(service.GetSatellitesInView(satellites), 0u);
+    EXPECT_TRUE(satellites.empty());
+    kiv::test::SetGps(L"UTCDate", L"010126");
+    kiv::test::SetGps(L"UTCTime", L"101010");
+    kiv::gps::MGPSDateTime when;
+    when.m_millisecond = 777;
+    EXPECT_EQ(service.GetGPSDateTime(&when), 0u);
+    EXPECT_EQ(when.m_year, 2026);
+    EXPECT_EQ(when.m_millisecond, 777) << "a time without fraction leaves the milliseconds";
+}
