@@ -358,9 +358,16 @@ TEST_F(Parser, DemoDriveGivesTheRegistryEveryFixItCarries) {
         ASSERT_EQ(Str(L"UTCDate"), f[9]);
         ASSERT_EQ(Str(L"SPEED"),
                   std::to_string(static_cast<int>(std::atof(f[7].c_str()) * 1.8519998)));
+        ASSERT_EQ(Dword(L"DIRECTION"), static_cast<unsigned>(std::atof(f[8].c_str())));
+        ASSERT_EQ(Dword(L"IS_NORTH"), f[4] == "N" ? 1u : 0u);
+        ASSERT_EQ(Dword(L"IS_EAST"), f[6] == "E" ? 1u : 0u);
         ++fixes;
     }
     EXPECT_GT(fixes, 150);
+    // The last GSV cycle of the drive, each message's groups last first.
+    const std::string siv = Str(L"SIV_INFO");
+    EXPECT_EQ(std::count(siv.begin(), siv.end(), ';'), 11) << siv;
+    EXPECT_EQ(siv.substr(0, 14), "12,53,255,36,;") << siv;
     EXPECT_EQ(parser.GetCounters().validFix, 100u) << "the count stops at 100";
 }
 
