@@ -226,27 +226,16 @@ unsigned int MProcessManagerImpl::GetWindowProcessID(HWND, unsigned int*) {
 
 MProcessManager::MProcessManager() : m_impl(new (std::nothrow) MProcessManagerImpl) {}
 
-MProcessManager::MProcessManager(const MProcessManager& other) : m_impl(other.m_impl) {
-    if (m_impl != nullptr) {
-        m_impl->AddRef();
-    }
-}
+MProcessManager::MProcessManager(const MProcessManager& other)
+    : m_impl(ShareImplementation(other.m_impl)) {}
 
 MProcessManager& MProcessManager::operator=(const MProcessManager& other) {
-    if (other.m_impl != nullptr) {
-        other.m_impl->AddRef();
-    }
-    if (m_impl != nullptr && m_impl->Release()) {
-        delete m_impl;
-    }
-    m_impl = other.m_impl;
+    AssignImplementation(m_impl, other.m_impl);
     return *this;
 }
 
 MProcessManager::~MProcessManager() {
-    if (m_impl != nullptr && m_impl->Release()) {
-        delete m_impl;
-    }
+    DropImplementation(m_impl);
 }
 
 unsigned int MProcessManager::GetProcessCount(unsigned int& count, unsigned char refresh) {

@@ -12,18 +12,15 @@
 
 #include <mutex>
 
+#include "foundation/SharedImplementation.h"
 #include "platform/ProcessTable.h"
 
 namespace kiv::system::process {
 
-class MProcessManagerImpl {
+class MProcessManagerImpl : public SharedImplementation<MProcessManagerImpl> {
 public:
     MProcessManagerImpl();
     virtual ~MProcessManagerImpl() = default;
-
-    void AddRef() { m_refs.fetch_add(1, std::memory_order_relaxed); }
-    /// Drops one reference; true when it was the last.
-    bool Release() { return m_refs.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
     unsigned int GetProcessCount(unsigned int& count, unsigned char refresh);
     unsigned int GetProcessIDByExeFileName(unsigned int& id, const wchar_t* exeName,
@@ -52,7 +49,6 @@ private:
     template <typename Match>
     unsigned int CloseMatching(Match&& match);
 
-    std::atomic<unsigned int> m_refs{1};
     std::mutex m_lock;  // copies of the facade may be used from several threads
     std::vector<platform::ProcessRecord> m_processes;
     unsigned int m_threadTotal = 0;

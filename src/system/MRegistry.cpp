@@ -13,29 +13,15 @@ constexpr unsigned int kNoImplementation = 0xFF;
 
 MRegistry::MRegistry() : m_impl(new (std::nothrow) MRegistryImpl) {}
 
-MRegistry::MRegistry(const MRegistry& other) : m_impl(other.m_impl) {
-    if (m_impl != nullptr) {
-        m_impl->AddRef();
-    }
-}
+MRegistry::MRegistry(const MRegistry& other) : m_impl(ShareImplementation(other.m_impl)) {}
 
 MRegistry& MRegistry::operator=(const MRegistry& other) {
-    if (m_impl != other.m_impl) {
-        if (other.m_impl != nullptr) {
-            other.m_impl->AddRef();
-        }
-        if (m_impl != nullptr) {
-            m_impl->Release();
-        }
-        m_impl = other.m_impl;
-    }
+    AssignImplementation(m_impl, other.m_impl);
     return *this;
 }
 
 MRegistry::~MRegistry() {
-    if (m_impl != nullptr) {
-        m_impl->Release();
-    }
+    DropImplementation(m_impl);
 }
 
 unsigned int MRegistry::Create(HKEY parent, const wchar_t* subKey, wchar_t* className,

@@ -8,12 +8,6 @@ namespace kiv::system {
 
 using platform::RegistryStore;
 
-void MRegistryImpl::Release() {
-    if (m_refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        delete this;
-    }
-}
-
 MRegistryImpl::~MRegistryImpl() {
     Close();
 }

@@ -5,19 +5,15 @@
 #include <kiv/platform/Win32Types.h>
 #include <kiv/system/MRegistry.h>
 
-#include <atomic>
+#include "foundation/SharedImplementation.h"
 
 namespace kiv::system {
 
-class MRegistryImpl {
+class MRegistryImpl : public SharedImplementation<MRegistryImpl> {
 public:
     MRegistryImpl() = default;
     MRegistryImpl(const MRegistryImpl&) = delete;
     MRegistryImpl& operator=(const MRegistryImpl&) = delete;
-
-    void AddRef() { m_refs.fetch_add(1, std::memory_order_relaxed); }
-    /// Deletes the object with the last reference.
-    void Release();
 
     // Virtual operations in the facade's slot order.
     virtual unsigned int Create(HKEY parent, const wchar_t* subKey, wchar_t* className,
@@ -40,7 +36,6 @@ public:
 
 private:
     HKEY m_key = nullptr;
-    std::atomic<int> m_refs{1};
 };
 
 }  // namespace kiv::system

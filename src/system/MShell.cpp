@@ -13,29 +13,15 @@ constexpr unsigned int kNoImplementation = 0xFF;
 
 MShell::MShell() : m_impl(new (std::nothrow) MShellImpl) {}
 
-MShell::MShell(const MShell& other) : m_impl(other.m_impl) {
-    if (m_impl != nullptr) {
-        m_impl->AddRef();
-    }
-}
+MShell::MShell(const MShell& other) : m_impl(ShareImplementation(other.m_impl)) {}
 
 MShell& MShell::operator=(const MShell& other) {
-    if (m_impl != other.m_impl) {
-        if (other.m_impl != nullptr) {
-            other.m_impl->AddRef();
-        }
-        if (m_impl != nullptr) {
-            m_impl->Release();
-        }
-        m_impl = other.m_impl;
-    }
+    AssignImplementation(m_impl, other.m_impl);
     return *this;
 }
 
 MShell::~MShell() {
-    if (m_impl != nullptr) {
-        m_impl->Release();
-    }
+    DropImplementation(m_impl);
 }
 
 #define KIV_SHELL_FORWARD(call) return m_impl != nullptr ? m_impl->call : kNoImplementation

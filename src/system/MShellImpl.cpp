@@ -33,12 +33,6 @@ MShellImpl::MShellImpl() {
 
 MShellImpl::~MShellImpl() = default;
 
-void MShellImpl::Release() {
-    if (m_refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        delete this;
-    }
-}
-
 bool MShellImpl::SetVolume(std::uint32_t packed) {
     if (m_mixer == nullptr) {
         m_mixer = platform::OpenMixer();

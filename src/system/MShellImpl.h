@@ -8,20 +8,17 @@
 #include <cstdint>
 #include <memory>
 
+#include "foundation/SharedImplementation.h"
 #include "platform/Mixer.h"
 #include "platform/PowerSupply.h"
 
 namespace kiv::system {
 
-class MShellImpl {
+class MShellImpl : public SharedImplementation<MShellImpl> {
 public:
     MShellImpl();
     MShellImpl(const MShellImpl&) = delete;
     MShellImpl& operator=(const MShellImpl&) = delete;
-
-    void AddRef() { m_refs.fetch_add(1, std::memory_order_relaxed); }
-    /// Deletes the object with the last reference.
-    void Release();
 
     // Virtual operations in the facade's slot order.
     virtual ~MShellImpl();
@@ -56,7 +53,6 @@ private:
     std::uint32_t m_maxVolumeLevel = 1;
     std::uint32_t m_maxBrightnessLevel = 1;
     std::unique_ptr<platform::Mixer> m_mixer;
-    std::atomic<int> m_refs{1};
 };
 
 }  // namespace kiv::system
