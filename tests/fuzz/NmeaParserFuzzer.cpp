@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "gps/NmeaParserCore.h"
@@ -25,7 +26,7 @@ public:
     }
     void Signal(const wchar_t* name) override { Check(!m_open && name != nullptr); }
     void Log(std::wstring_view) override {}
-    void Sleep(unsigned int ms) override { Check(ms > 0 && ms < 2000); }
+    void Sleep(unsigned int ms) override { Check(ms < 2000); }
 
 private:
     static void Check(bool ok) {
@@ -41,8 +42,16 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const bool once = [] {
-        // The sentence log goes to a scratch device root.
-        setenv("KIV_DEVICE_ROOT", "/tmp", 0);
+        // The sentence log goes to a scratch device root, removed at exit.
+        static char root[] = "/tmp/kiv-fuzz-XXXXXX";
+        if (mkdtemp(root) == nullptr) {
+            std::abort();
+        }
+        setenv("KIV_DEVICE_ROOT", root, 1);
+        std::atexit([] {
+            std::error_code ignored;
+            std::filesystem::remove_all(root, ignored);
+        });
         return true;
     }();
     (void)once;
