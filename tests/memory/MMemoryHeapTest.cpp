@@ -18,14 +18,11 @@ namespace {
 
 constexpr unsigned int kNoLimit = 0xFFFFFFFF;
 
-struct Usage {
-    unsigned int reserved = 0;
-    unsigned int used = 0;
-};
+using Usage = std::pair<unsigned int, unsigned int>;  // reserved, used
 
 Usage UsageOf(MMemoryHeap& heap) {
     Usage u;
-    heap.GetMemoryUsage(u.reserved, u.used);
+    heap.GetMemoryUsage(u.first, u.second);
     return u;
 }
 
@@ -47,59 +44,30 @@ std::pair<const char*, unsigned int> UserAreaAround(const char* base, const char
 
 }  // namespace
 
-TEST(MMemoryHeap, FirstAllocationReservesAPartitionAndCountsTheHeader) {
+TEST(MMemoryHeap, PartitionsAreSizedInStepsCountedAndGivenBackAsSoonAsWhollyFree) {
     CountingSource source;
     MMemoryHeap heap(4096, 0, kNoLimit, &source);
-    auto* p = static_cast<char*>(heap.Allocate(10));
-    ASSERT_NE(p, nullptr);
+    auto* small = static_cast<char*>(heap.Allocate(10));
+    ASSERT_EQ(small, source.last + 48) << "after the partition header and the start sentinel";
     EXPECT_EQ(source.lastSize, 4096u);
-    EXPECT_EQ(p, source.last + 48) << "after the partition header and the start sentinel";
-    EXPECT_EQ(UsageOf(heap).reserved, 4096u);
-    EXPECT_EQ(UsageOf(heap).used, 28u);
-    EXPECT_TRUE(AllBytes(p, 12, 0xCC));
-}
+    EXPECT_TRUE(AllBytes(small, 12, 0xCC));
+    EXPECT_EQ(UsageOf(heap), Usage(4096, 28));
+    void* big = heap.Allocate(5000);
+    EXPECT_EQ(source.lastSize, 8192u) << "enlarged in steps of the size plus the granularity";
+    char* bigPartition = source.last;
+    heap.Release(big);
+    EXPECT_FALSE(source.Holds(bigPartition));
+    EXPECT_EQ(UsageOf(heap), Usage(8192, 28)) << "reserved drops by the configured size only";
+    heap.Release(small);
+    EXPECT_TRUE(source.live.empty());
+    EXPECT_EQ(UsageOf(heap), Usage(4096, 0));
 
-TEST(MMemoryHeap, PartitionSizeIsRoundedAndEnlargedInStepsOfItselfPlusGranularity) {
-    CountingSource source;
-    MMemoryHeap plain(4096, 0, kNoLimit, &source);
-    ASSERT_NE(plain.Allocate(5000), nullptr);
-    EXPECT_EQ(source.lastSize, 8192u);
     MMemoryHeap coarse(100, 32, kNoLimit, &source);  // rounded to 128; step 160
     ASSERT_NE(coarse.Allocate(200), nullptr);
     EXPECT_EQ(source.lastSize, 128u + 160u);
     MMemoryHeap fine(102, 0, kNoLimit, &source);
     ASSERT_NE(fine.Allocate(1), nullptr);
     EXPECT_EQ(source.lastSize, 104u);
-}
-
-TEST(MMemoryHeap, AWhollyFreePartitionGoesBackAndReservedDropsByTheConfiguredSize) {
-    CountingSource source;
-    MMemoryHeap heap(4096, 0, kNoLimit, &source);
-    void* small = heap.Allocate(10);
-    void* big = heap.Allocate(5000);
-    char* bigPartition = source.last;
-    EXPECT_EQ(UsageOf(heap).reserved, 4096u + 8192u);
-    heap.Release(big);
-    EXPECT_FALSE(source.Holds(bigPartition));
-    EXPECT_EQ(UsageOf(heap).reserved, 8192u) << "kept approximate on purpose";
-    heap.Release(small);
-    EXPECT_TRUE(source.live.empty());
-    EXPECT_EQ(UsageOf(heap).reserved, 4096u);
-    EXPECT_EQ(UsageOf(heap).used, 0u);
-}
-
-TEST(MMemoryHeap, ABlockTooSmallToSplitIsTakenWholeButCountedAtTheRequest) {
-    CountingSource source;
-    MMemoryHeap heap(128, 0, kNoLimit, &source);  // one free block of 80 bytes
-    auto* p = static_cast<char*>(heap.Allocate(52));
-    ASSERT_EQ(p, source.last + 48);
-    EXPECT_EQ(BlockSize(source.last, p), 80u);
-    EXPECT_TRUE(AllBytes(p, 64, 0xCC)) << "the whole user area is filled";
-    EXPECT_EQ(UsageOf(heap).used, 68u);
-    void* keep = heap.Allocate(4);  // keeps the partition, in a second one
-    heap.Release(p);
-    EXPECT_EQ(UsageOf(heap).used, 20u - 12u) << "80 subtracted where 68 was added";
-    heap.Release(keep);
 }
 
 TEST(MMemoryHeap, FirstFitFollowsPartitionOrderAndFreeListOrder) {
@@ -109,7 +77,7 @@ TEST(MMemoryHeap, FirstFitFollowsPartitionOrderAndFreeListOrder) {
     char* small = source.last;
     char* b = static_cast<char*>(heap.Allocate(32));
     char* c = static_cast<char*>(heap.Allocate(32));
-    static_cast<void>(heap.Allocate(32));
+    heap.Allocate(32);
     heap.Allocate(300);  // a 512-byte partition, after the small one
     char* largePartition = source.last;
     heap.Release(a);
@@ -135,14 +103,11 @@ TEST(MMemoryHeap, PointersItCannotPlaceChangeNothing) {
     heap.Release(q);
     const Usage before = UsageOf(heap);
     char foreign[64] = {};
-    heap.Release(nullptr);
-    heap.Release(p + 1);
-    heap.Release(p + 8);   // inside a user area
-    heap.Release(p - 16);  // its header is the start sentinel
-    heap.Release(q);       // already free
-    heap.Release(foreign + 32);
-    EXPECT_EQ(UsageOf(heap).used, before.used);
-    EXPECT_EQ(UsageOf(heap).reserved, before.reserved);
+    // Null, misaligned, inside a user area, the start sentinel, already free, foreign.
+    for (char* bad : {static_cast<char*>(nullptr), p + 1, p + 8, p - 16, q, foreign + 32}) {
+        heap.Release(bad);
+    }
+    EXPECT_EQ(UsageOf(heap), before);
     EXPECT_TRUE(AllBytes(p, 40, 0x11));
     EXPECT_TRUE(AllBytes(foreign, sizeof foreign, 0));
     EXPECT_EQ(heap.Allocate(40), q);
@@ -155,12 +120,11 @@ TEST(MMemoryHeap, NoMemoryMeansNullAndUnchangedCounters) {
     MMemoryHeap full(4096, 0, 4096, &source);
     ASSERT_NE(full.Allocate(10), nullptr);
     EXPECT_EQ(full.Allocate(4050), nullptr);
-    EXPECT_EQ(UsageOf(full).used, 28u);
+    EXPECT_EQ(UsageOf(full).second, 28u);
     source.refuseAll = true;
     MMemoryHeap heap(4096, 0, kNoLimit, &source);
     EXPECT_EQ(heap.Allocate(10), nullptr);
-    EXPECT_EQ(UsageOf(heap).reserved, 0u);
-    EXPECT_EQ(UsageOf(heap).used, 0u);
+    EXPECT_EQ(UsageOf(heap), Usage(0, 0));
     source.refuseAll = false;
     const unsigned int requests = source.requests;
     EXPECT_EQ(heap.Allocate(0xFFFFFFFF), nullptr) << "cannot fit a 32-bit partition";
@@ -200,6 +164,9 @@ TEST(MMemoryHeapModel, RandomSequencesKeepEveryRule) {
     KIV_TRACE_SEED(seed);
     std::mt19937_64 rng(seed);
     auto below = [&](unsigned int n) { return static_cast<unsigned int>(rng() % n); };
+    auto any = [&](const auto& v) -> const auto& {
+        return v[below(static_cast<unsigned int>(v.size()))];
+    };
 
     const unsigned int granularity = std::vector<unsigned int>{0, 32, 100}[below(3)];
     const unsigned int unit = granularity != 0 ? granularity : 4;
@@ -223,6 +190,7 @@ TEST(MMemoryHeapModel, RandomSequencesKeepEveryRule) {
     auto intact = [](const Live& b) { return AllBytes(b.p, b.n, b.tag); };
 
     for (int step = 0; step < 20000; ++step) {
+        SCOPED_TRACE("step " + std::to_string(step));
         // Phases of growth and of draining, so that partitions come and go.
         const std::size_t wanted = (step / 1000) % 2 == 0 ? 150 : 2;
         const unsigned int op = below(100);
@@ -236,33 +204,32 @@ TEST(MMemoryHeapModel, RandomSequencesKeepEveryRule) {
             const unsigned int refusals = source.requests - source.grants;
             auto* p = static_cast<char*>(heap->Allocate(n));
             if (p == nullptr) {
-                ASSERT_TRUE(std::uint64_t{model.reserved} + s > maximum ||
+                ASSERT_TRUE(std::uint64_t{model.first} + s > maximum ||
                             source.requests - source.grants > refusals || n > 0xFFFFFFF0 - 64)
-                    << "step " << step << ": null although a partition could be had";
-                ASSERT_EQ(source.grants, grants) << "step " << step;
+                    << "null although a partition could be had";
+                ASSERT_EQ(source.grants, grants);
                 continue;
             }
             char* base = source.Containing(p - 48, s + 64);
-            ASSERT_NE(base, nullptr) << "step " << step << ": block outside every partition";
+            ASSERT_NE(base, nullptr) << "block outside every partition";
             if (source.grants != grants) {
                 unsigned int size = configured;
                 while (size < s + 64) {
                     size += configured + granularity;
                 }
-                ASSERT_EQ(source.lastSize, size) << "step " << step;
-                ASSERT_EQ(p, base + 48) << "step " << step;
-                model.reserved += size;
+                ASSERT_EQ(source.lastSize, size);
+                ASSERT_EQ(p, base + 48);
+                model.first += size;
             }
             const unsigned int blockSize = BlockSize(base, p);
-            ASSERT_TRUE(blockSize >= s + 16 && (blockSize == s + 16 || blockSize < s + 32))
-                << "step " << step;
-            ASSERT_TRUE(AllBytes(p, blockSize - 16, 0xCC)) << "step " << step;
+            ASSERT_TRUE(blockSize >= s + 16 && (blockSize == s + 16 || blockSize < s + 32));
+            ASSERT_TRUE(AllBytes(p, blockSize - 16, 0xCC));
             for (const Live& other : live) {
                 const unsigned int otherSize = (other.n + 3) & ~3u;
                 ASSERT_TRUE(other.p + otherSize <= p - 16 || p + s <= other.p - 16)
-                    << "step " << step << ": blocks overlap";
+                    << "blocks overlap";
             }
-            model.used += s + 16;
+            model.second += s + 16;
             live.push_back({p, n, static_cast<unsigned char>(below(256))});
             std::memset(p, live.back().tag, n);
             ++blocksIn[base];
@@ -271,48 +238,41 @@ TEST(MMemoryHeapModel, RandomSequencesKeepEveryRule) {
             const Live block = live[i];
             live[i] = live.back();
             live.pop_back();
-            ASSERT_TRUE(intact(block)) << "step " << step << ": live block overwritten";
+            ASSERT_TRUE(intact(block)) << "live block overwritten";
             char* base = source.Containing(block.p);
-            model.used -= BlockSize(base, block.p);
+            model.second -= BlockSize(base, block.p);
             heap->Release(block.p);
             if (--blocksIn[base] == 0) {
                 blocksIn.erase(base);
-                ASSERT_FALSE(source.Holds(base)) << "step " << step << ": free partition kept";
-                model.reserved -= configured;
+                ASSERT_FALSE(source.Holds(base)) << "free partition kept";
+                model.first -= configured;
             } else {
                 const auto [area, size] = UserAreaAround(base, block.p - 16);
-                ASSERT_TRUE(AllBytes(area, size, 0xDD))
-                    << "step " << step << ": the merged free block is not all 0xDD";
+                ASSERT_TRUE(AllBytes(area, size, 0xDD)) << "the merged free block is not all 0xDD";
             }
         } else {
             // Releases the heap must ignore.
             char foreign[32];
             std::vector<char*> bogus = {nullptr, foreign + 16};
             if (!live.empty()) {
-                const Live& b = live[below(static_cast<unsigned int>(live.size()))];
-                bogus.push_back(b.p + 1 + below(3));
-                bogus.push_back(b.p + 4 * (1 + below(8)));
-                bogus.push_back(b.p - 16 * (1 + below(2)));
+                const Live& b = any(live);
+                bogus.insert(bogus.end(), {b.p + 1 + below(3), b.p + 4 * (1 + below(8)),
+                                           b.p - 16 * (1 + below(2))});
             }
-            char* target = bogus[below(static_cast<unsigned int>(bogus.size()))];
+            char* target = any(bogus);
             if (std::any_of(live.begin(), live.end(),
                             [&](const Live& b) { return b.p == target; })) {
                 continue;  // a block of size 0 has its neighbour's header as user area
             }
-            const unsigned int freedBefore = static_cast<unsigned int>(source.freed.size());
+            const std::size_t freedBefore = source.freed.size();
             heap->Release(target);
-            ASSERT_EQ(source.freed.size(), freedBefore) << "step " << step;
+            ASSERT_EQ(source.freed.size(), freedBefore);
             if (step % 8 == 0) {
-                for (const Live& b : live) {
-                    ASSERT_TRUE(intact(b)) << "step " << step;
-                }
+                ASSERT_TRUE(std::all_of(live.begin(), live.end(), intact));
             }
         }
-        const Usage actual = UsageOf(*heap);
-        ASSERT_EQ(actual.used, model.used) << "step " << step;
-        ASSERT_EQ(actual.reserved, model.reserved) << "step " << step;
-        ASSERT_EQ(source.live.size(), blocksIn.size())
-            << "step " << step << ": a partition without live blocks is held";
+        ASSERT_EQ(UsageOf(*heap), model);
+        ASSERT_EQ(source.live.size(), blocksIn.size()) << "a partition without live blocks is held";
     }
     for (std::size_t i = 0; i < live.size() / 2; ++i) {
         heap->Release(live[i].p);

@@ -91,11 +91,11 @@ struct PoolModel {
 TEST(MMemoryPool, APartitionIsCarvedFromByte4AndHandsOutItsHighestObjectFirst) {
     CountingSource source;
     MMemoryPool pool(104, 8, kNoLimit, &source);
-    char* first = static_cast<char*>(pool.Allocate());
-    char* partition = source.last;
-    EXPECT_EQ(first, partition + 92);
-    for (int i = 1; i < 12; ++i) {
-        EXPECT_EQ(pool.Allocate(), partition + 92 - 8 * i);
+    char* partition = nullptr;
+    for (int i = 0; i < 12; ++i) {
+        char* p = static_cast<char*>(pool.Allocate());
+        partition = i == 0 ? source.last : partition;
+        EXPECT_EQ(p, partition + 92 - 8 * i);
     }
     EXPECT_EQ(source.grants, 1u) << "12 objects, 4 bytes left over";
     void* next = pool.Allocate();
@@ -107,22 +107,18 @@ TEST(MMemoryPool, APartitionIsCarvedFromByte4AndHandsOutItsHighestObjectFirst) {
     EXPECT_EQ(p, source.last + 100) << "2-byte objects are raised to 4";
 }
 
-TEST(MMemoryPool, AtItsMaximumThePoolStopsForGood) {
+TEST(MMemoryPool, AllocateStopsForGoodAtTheMaximumAndCountsTheObjectWhenMemoryLacks) {
     CountingSource source;
-    MMemoryPool pool(100, 8, 100, &source);
-    void* p = pool.Allocate();
+    MMemoryPool capped(100, 8, 100, &source);
+    void* p = capped.Allocate();
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(pool.Release(p), 0u);
-    EXPECT_EQ(pool.Allocate(), nullptr) << "although a freed object waits";
-    EXPECT_EQ(UsageOf(pool), std::make_pair(100u, 0u));
-}
-
-TEST(MMemoryPool, WithoutMemoryTheObjectIsCountedAnyway) {
-    CountingSource source;
+    EXPECT_EQ(capped.Release(p), 0u);
+    EXPECT_EQ(capped.Allocate(), nullptr) << "although a freed object waits";
+    EXPECT_EQ(UsageOf(capped), std::make_pair(100u, 0u));
     source.refuseAll = true;
-    MMemoryPool pool(100, 8, kNoLimit, &source);
-    EXPECT_EQ(pool.Allocate(), nullptr);
-    EXPECT_EQ(UsageOf(pool), std::make_pair(0u, 8u));
+    MMemoryPool starved(100, 8, kNoLimit, &source);
+    EXPECT_EQ(starved.Allocate(), nullptr);
+    EXPECT_EQ(UsageOf(starved), std::make_pair(0u, 8u));
     MMemoryPool noSource(100, 8, kNoLimit, nullptr);
     EXPECT_EQ(noSource.Allocate(), nullptr);
 }
@@ -136,10 +132,10 @@ TEST(MMemoryPool, OnlyItsOwnObjectsAreTakenBack) {
     char foreign[16];
     EXPECT_EQ(pool.Release(nullptr), kInvalid);
     EXPECT_EQ(pool.Release(p + 2), kInvalid);
-    EXPECT_EQ(pool.Release(p + 4), 0u) << "inside an object";
-    EXPECT_EQ(pool.Release(partition + 100), 0u) << "in the 4 bytes left over";
-    EXPECT_EQ(pool.Release(partition), 0u) << "the partition link";
-    EXPECT_EQ(pool.Release(foreign), 0u);
+    // Inside an object, in the 4 bytes left over, the partition link, foreign.
+    for (char* bad : {p + 4, partition + 100, partition, foreign}) {
+        EXPECT_EQ(pool.Release(bad), 0u);
+    }
     EXPECT_EQ(UsageOf(pool).second, 16u);
     EXPECT_EQ(pool.Release(p), 0u);
     EXPECT_EQ(pool.Release(q), 0u);
@@ -148,7 +144,7 @@ TEST(MMemoryPool, OnlyItsOwnObjectsAreTakenBack) {
     EXPECT_EQ(pool.Allocate(), partition + 76);
 }
 
-TEST(MMemoryVariableSizedPool, SizesGoToTheirFourByteClass) {
+TEST(MMemoryVariableSizedPool, SizesGoToTheirFourByteClassAndAtMostClassCountMinusOnePoolsExist) {
     CountingSource source;
     MMemoryVariableSizedPool pools(kNoLimit, 16, 4096, &source);
     EXPECT_EQ(UsageOf(pools), std::make_pair(0u, 0u));
@@ -162,39 +158,21 @@ TEST(MMemoryVariableSizedPool, SizesGoToTheirFourByteClass) {
     pools.Release(five, 8);
     EXPECT_EQ(UsageOf(pools).second, 8u);
     EXPECT_EQ(pools.Allocate(6), five);
+
+    MMemoryVariableSizedPool four(kNoLimit, 4, 256, &source);
+    for (unsigned int n : {4u, 8u, 12u}) {
+        EXPECT_NE(four.Allocate(n), nullptr) << n;
+    }
+    EXPECT_EQ(four.Allocate(16), nullptr) << "3 + 1 >= 4";
+    EXPECT_EQ(four.Allocate(17), nullptr) << "beyond the last class";
+    EXPECT_EQ(four.Allocate(0xFFFFFFFF), nullptr);
+    const auto before = UsageOf(four);
+    four.Release(nullptr, 16);  // a class without a pool
+    four.Release(nullptr, 1000);
+    EXPECT_EQ(UsageOf(four), before);
 }
 
-TEST(MMemoryVariableSizedPool, AtMostClassCountMinusOnePoolsExist) {
-    CountingSource source;
-    MMemoryVariableSizedPool pools(kNoLimit, 4, 256, &source);
-    EXPECT_NE(pools.Allocate(4), nullptr);
-    EXPECT_NE(pools.Allocate(8), nullptr);
-    EXPECT_NE(pools.Allocate(12), nullptr);
-    EXPECT_EQ(pools.Allocate(16), nullptr) << "3 + 1 >= 4";
-    EXPECT_EQ(pools.Allocate(17), nullptr) << "beyond the last class";
-    EXPECT_EQ(pools.Allocate(0xFFFFFFFF), nullptr);
-    const auto before = UsageOf(pools);
-    pools.Release(nullptr, 16);  // a class without a pool
-    pools.Release(nullptr, 1000);
-    EXPECT_EQ(UsageOf(pools), before);
-}
-
-TEST(MMemoryVariableSizedPool, WithoutATableNothingIsAllocatedAndAllGoesBackAtTheEnd) {
-    CountingSource source;
-    source.refuseAll = true;
-    auto pools = std::make_unique<MMemoryVariableSizedPool>(kNoLimit, 16, 4096, &source);
-    EXPECT_EQ(pools->Allocate(8), nullptr);
-    pools->Release(nullptr, 8);
-    source.refuseAll = false;
-    EXPECT_NE(pools->Allocate(8), nullptr);
-    EXPECT_EQ(source.live[source.granted[0]], 16 * sizeof(void*)) << "one pointer per class";
-    EXPECT_NE(pools->Allocate(60), nullptr);
-    pools.reset();
-    EXPECT_TRUE(source.live.empty());
-    EXPECT_EQ(source.badFrees, 0u);
-}
-
-TEST(MMemoryChunk, HandsOutBytesBackToBackUntilTheBlockEnds) {
+TEST(MMemoryChunk, HandsOutBytesBackToBackUntilTheBlockEndsAndNothingWithoutItsBlock) {
     CountingSource source;
     auto chunk = std::make_unique<MMemoryChunk>(10, &source);
     char* block = source.last;
@@ -210,20 +188,17 @@ TEST(MMemoryChunk, HandsOutBytesBackToBackUntilTheBlockEnds) {
     EXPECT_EQ(chunk->Allocate(0xFFFFFFFF), nullptr);
     chunk.reset();
     EXPECT_EQ(source.freed, std::vector<char*>{block});
-}
 
-TEST(MMemoryChunk, WithoutItsBlockAChunkHandsOutNothing) {
-    CountingSource source;
     source.refuseAll = true;
     {
-        MMemoryChunk chunk(10, &source);
-        EXPECT_EQ(chunk.Allocate(1), nullptr);
-        chunk.Reset();
-        EXPECT_EQ(chunk.Allocate(0), nullptr);
+        MMemoryChunk refused(10, &source);
+        EXPECT_EQ(refused.Allocate(1), nullptr);
+        refused.Reset();
+        EXPECT_EQ(refused.Allocate(0), nullptr);
         MMemoryChunk noSource(10, nullptr);
         EXPECT_EQ(noSource.Allocate(1), nullptr);
     }
-    EXPECT_TRUE(source.freed.empty());
+    EXPECT_EQ(source.freed.size(), 1u);
     EXPECT_EQ(source.badFrees, 0u);
 }
 
