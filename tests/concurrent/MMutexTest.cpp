@@ -50,38 +50,31 @@ private:
     std::thread m_thread;
 };
 
-TEST(MMutex, TheHolderMayEnterAgainAndMustLeaveAsOftenAsItEntered) {
+TEST(MMutex, MutexAndLockExcludeOtherThreads) {
     MMutex mutex;
-    mutex.Aquire();
-    mutex.Aquire();
-    {
-        Contender other([&] {
-            mutex.Aquire();
-            mutex.Release();
-        });
-        ASSERT_TRUE(other.Blocked());
-        mutex.Release();
-        EXPECT_FALSE(other.Got());  // still held once
-        mutex.Release();
-    }
-}
-
-TEST(MMutex, ExcludesOtherThreads) {
-    MMutex mutex;
-    long counter = 0;  // deliberately not atomic
+    MLock lock;
+    long counters[2] = {};  // deliberately not atomic: one per lock
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 20000; ++i) {
-                MSynchronizedBlock block(&mutex);
-                ++counter;
+        threads.emplace_back([&, t] {
+            long& counter = counters[t % 2];
+            for (int i = 0; i < 10000; ++i) {
+                if (t % 2 == 0) {
+                    MSynchronizedBlock block(&mutex);
+                    ++counter;
+                } else {
+                    lock.Lock();
+                    ++counter;
+                    lock.Unlock();
+                }
             }
         });
     }
     for (auto& t : threads) {
         t.join();
     }
-    EXPECT_EQ(counter, 80000);
+    EXPECT_EQ(counters[0], 20000);
+    EXPECT_EQ(counters[1], 20000);
 }
 
 TEST(MMutex, CopyingMovesTheLockAndLeavesTheSourceEmpty) {
@@ -107,6 +100,7 @@ TEST(MMutex, CopyingMovesTheLockAndLeavesTheSourceEmpty) {
     assigned.Release();
 }
 
+// The holder may enter again and must leave as often as it entered.
 TEST(MSynchronizedBlock, HoldsTheMutexForItsScopeAndCopiesReleaseWithoutTakingIt) {
     MMutex mutex;
     std::optional<Contender> other;
@@ -116,54 +110,34 @@ TEST(MSynchronizedBlock, HoldsTheMutexForItsScopeAndCopiesReleaseWithoutTakingIt
         ASSERT_TRUE(other->Blocked());
         mutex.Aquire();                      // held twice
         { MSynchronizedBlock copy(block); }  // the copy took nothing and released once
-        EXPECT_FALSE(other->Got());
+        EXPECT_FALSE(other->Got()) << "still held once";
     }  // the block releases the last hold
     other->Join();
     EXPECT_TRUE(other->Got());
 }
 
-TEST(MLock, TryLockFromAnotherThreadFailsAtOnceWhileItIsHeld) {
-    MLock lock;
-    lock.Lock();
-    std::atomic<int> result{-1};
-    std::thread([&] { result.store(lock.TryLock(0)); }).join();
-    EXPECT_EQ(result.load(), 0);
-    lock.Unlock();
+// TryLock(0) from another thread, which gives back a lock it gets.
+int TryLockElsewhere(MLock& lock) {
+    int result = -1;
     std::thread([&] {
-        result.store(lock.TryLock(0));
-        lock.Unlock();
+        result = lock.TryLock(0);
+        if (result == 1) {
+            lock.Unlock();
+        }
     }).join();
-    EXPECT_EQ(result.load(), 1);
+    return result;
 }
 
-TEST(MLock, ExcludesOtherThreads) {
-    MLock lock;
-    long counter = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 5000; ++i) {
-                lock.Lock();
-                ++counter;
-                lock.Unlock();
-            }
-        });
-    }
-    for (auto& t : threads) {
-        t.join();
-    }
-    EXPECT_EQ(counter, 20000);
-}
-
-TEST(MLock, CopyingMovesBothParts) {
+TEST(MLock, TryLockFromAnotherThreadFailsAtOnceWhileHeldAndCopyingMovesTheLock) {
     MLock source;
+    source.Lock();
+    EXPECT_EQ(TryLockElsewhere(source), 0);
+    source.Unlock();
+    EXPECT_EQ(TryLockElsewhere(source), 1);
     MLock target(source);
     target.Lock();
-    std::atomic<int> result{-1};
-    std::thread([&] { result.store(target.TryLock(0)); }).join();
-    EXPECT_EQ(result.load(), 0);
-    // The emptied source holds nothing: its try fails.
-    EXPECT_EQ(source.TryLock(0), 0);
+    EXPECT_EQ(TryLockElsewhere(target), 0);
+    EXPECT_EQ(source.TryLock(0), 0) << "the emptied source holds nothing: its try fails";
     target.Unlock();
 }
 

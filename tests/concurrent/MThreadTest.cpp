@@ -28,37 +28,23 @@ public:
     std::atomic<bool> hold{false};
 };
 
-TEST(MThread, StartTwiceRunsTheRunnableOnce) {
-    CountingRunnable work;
-    MThread thread(&work);
-    thread.Start();
-    thread.Start();
-    thread.WaitForStop();
-    thread.Start();
-    thread.WaitForStop();
-    EXPECT_EQ(work.runs.load(), 1);
-}
-
-TEST(MThread, IdIsZeroBeforeStartAndTheThreadsOwnIdAfter) {
+TEST(MThread, StartRunsTheRunnableOnceAndIdAndPriorityFollowTheThread) {
     CountingRunnable work;
     MThread thread(&work);
     EXPECT_EQ(thread.GetId(), 0u);
-    thread.Start();
-    EXPECT_NE(thread.GetId(), 0u);
-    thread.WaitForStop();
-    EXPECT_EQ(thread.GetId(), static_cast<unsigned int>(work.tid.load()));
-}
-
-TEST(MThread, GetPriorityIsMinusOneOnceStarted) {
-    CountingRunnable work;
-    MThread thread(&work);
     EXPECT_EQ(thread.GetPriority(), 0x7FFFFFFF);  // the failed query on no thread
     thread.SetPriority(3);                        // not remembered
     thread.Start();
+    thread.Start();
+    EXPECT_NE(thread.GetId(), 0u);
     thread.SetPriority(1000);  // refused by the system, ignored
     EXPECT_EQ(thread.GetPriority(), -1);
     thread.WaitForStop();
+    EXPECT_EQ(thread.GetId(), static_cast<unsigned int>(work.tid.load()));
     EXPECT_EQ(thread.GetPriority(), -1);
+    thread.Start();
+    thread.WaitForStop();
+    EXPECT_EQ(work.runs.load(), 1);
 }
 
 TEST(MThread, WaitForStopWaitsForRunToReturnAndReturnsAtOnceWithoutAThread) {
