@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 
 using kiv::system::MByteBuffer;
 
@@ -26,10 +27,7 @@ TEST(MByteBuffer, NewBufferIsEmptyAndLittleEndian) {
     EXPECT_EQ(b.Capacity(), 0);
     EXPECT_EQ(b.GetPosition(), 0);
     EXPECT_EQ(b.GetEndian(), MByteBuffer::LITTLE_ENDIAN);
-    EXPECT_EQ(MByteBuffer::LITTLE_ENDIAN, 1);
-    EXPECT_EQ(MByteBuffer::BIG_ENDIAN, 0);
     EXPECT_EQ(b.GetInt(), 0);
-    EXPECT_EQ(b.GetByte(), 0);
 }
 
 TEST_F(WrappedBuffer, TypedReadsFollowTheDeclaredByteOrder) {
@@ -39,6 +37,14 @@ TEST_F(WrappedBuffer, TypedReadsFollowTheDeclaredByteOrder) {
     EXPECT_EQ(buffer.GetInt(0), 0x12345678);
     EXPECT_EQ(buffer.GetUnsignedInt(0), 0x12345678u);
     EXPECT_EQ(buffer.GetShort(1), 0x3456);
+
+    char eight[8] = {1, 2, 3, 4, 5, 6, 7, static_cast<char>(0x80)};
+    MByteBuffer b;
+    b.Wrap(eight, 8);
+    EXPECT_EQ(b.GetINT64(0), static_cast<__int64>(0x8007060504030201ULL));
+    b.SetEndian(MByteBuffer::BIG_ENDIAN);
+    EXPECT_EQ(b.GetINT64(), 0x0102030405060780LL);
+    EXPECT_EQ(b.GetPosition(), 8);
 }
 
 TEST_F(WrappedBuffer, ReadsThatReachPastTheSizeGiveZero) {
@@ -52,21 +58,17 @@ TEST_F(WrappedBuffer, ReadsThatReachPastTheSizeGiveZero) {
     EXPECT_EQ(buffer.GetShort(1), 0) << "the size, not the capacity, bounds reads";
 }
 
-TEST_F(WrappedBuffer, CursorReadNeedingMoreThanRemainsStaysPut) {
+TEST_F(WrappedBuffer, CursorReadsAdvanceByTheirWidthOrStayPutWhenTooLittleRemains) {
+    buffer.SetEndian(MByteBuffer::BIG_ENDIAN);
+    EXPECT_EQ(buffer.GetShort(), 0x1234);
+    EXPECT_EQ(buffer.GetPosition(), 2);
+    EXPECT_EQ(buffer.GetUnsignedShort(), 0x5678);
+    EXPECT_EQ(buffer.Remaining(), 0);
     buffer.SetPosition(3);
     EXPECT_EQ(buffer.GetInt(), 0);
     EXPECT_EQ(buffer.GetPosition(), 3);
     EXPECT_EQ(buffer.GetByte(), 0x78);
     EXPECT_EQ(buffer.GetPosition(), 4);
-}
-
-TEST_F(WrappedBuffer, CursorReadsAdvanceByTheirWidth) {
-    buffer.SetEndian(MByteBuffer::BIG_ENDIAN);
-    EXPECT_EQ(buffer.GetShort(), 0x1234);
-    EXPECT_EQ(buffer.GetPosition(), 2);
-    EXPECT_EQ(buffer.GetUnsignedShort(), 0x5678);
-    EXPECT_EQ(buffer.GetPosition(), 4);
-    EXPECT_EQ(buffer.Remaining(), 0);
 }
 
 TEST_F(WrappedBuffer, CursorPastTheSizeMovesByTheUnsignedRuleAndGetPullsItBack) {
@@ -86,7 +88,7 @@ TEST_F(WrappedBuffer, CursorPastTheSizeMovesByTheUnsignedRuleAndGetPullsItBack) 
     EXPECT_EQ(buffer.Remaining(), 0);
 }
 
-TEST_F(WrappedBuffer, GetCopiesWhatRemainsAndAdvances) {
+TEST_F(WrappedBuffer, GetCopiesWhatRemainsAndPutWritesAtTheCursorWithoutAdvancing) {
     char dst[8] = {};
     EXPECT_EQ(buffer.Get(dst, 1, 8), 3);
     EXPECT_EQ(std::memcmp(dst, bytes + 1, 3), 0);
@@ -96,9 +98,7 @@ TEST_F(WrappedBuffer, GetCopiesWhatRemainsAndAdvances) {
     EXPECT_EQ(buffer.GetPosition(), 2);
     EXPECT_EQ(buffer.Get(dst, 5), 2);
     EXPECT_EQ(buffer.GetPosition(), 4);
-}
 
-TEST_F(WrappedBuffer, PutWritesAtTheCursorWithoutAdvancing) {
     const char two[2] = {'a', 'b'};
     buffer.SetPosition(3);
     EXPECT_EQ(buffer.Put(two, 2), 0);
@@ -106,38 +106,23 @@ TEST_F(WrappedBuffer, PutWritesAtTheCursorWithoutAdvancing) {
     buffer.SetPosition(2);
     EXPECT_EQ(buffer.Put(two, 2), 2);
     EXPECT_EQ(buffer.GetPosition(), 2);
-    EXPECT_EQ(bytes[2], 'a');
-    EXPECT_EQ(bytes[3], 'b');
+    EXPECT_EQ(std::string(bytes + 2, 2), "ab");
 }
 
-TEST(MByteBuffer, Int64ReadsInBothOrders) {
-    char bytes[8] = {1, 2, 3, 4, 5, 6, 7, static_cast<char>(0x80)};
-    MByteBuffer b;
-    b.Wrap(bytes, 8);
-    EXPECT_EQ(b.GetINT64(0), static_cast<__int64>(0x8007060504030201ULL));
-    b.SetEndian(MByteBuffer::BIG_ENDIAN);
-    EXPECT_EQ(b.GetINT64(), 0x0102030405060780LL);
-    EXPECT_EQ(b.GetPosition(), 8);
-}
-
-TEST(MByteBuffer, AllocateGivesOwnedStorageAndReplacesThePrevious) {
-    MByteBuffer b;
-    ASSERT_EQ(b.Allocate(16), 1);
-    EXPECT_NE(b.GetBuffer(), nullptr);
-    EXPECT_EQ(b.GetSize(), 16);
-    EXPECT_EQ(b.Capacity(), 16);
-    b.SetPosition(5);
-    ASSERT_EQ(b.Allocate(4), 1);  // the first block is freed (the leak checker sees it)
-    EXPECT_EQ(b.GetPosition(), 0);
-    EXPECT_EQ(b.Capacity(), 4);
-    EXPECT_EQ(b.Allocate(-1), 0);
-    EXPECT_EQ(b.GetBuffer(), nullptr);
-}
-
-TEST(MByteBuffer, WrappedStorageIsNeverFreed) {
+TEST(MByteBuffer, AllocateReplacesTheOwnedStorageAndWrappedStorageIsNeverFreed) {
     char storage[4] = {1, 2, 3, 4};
     {
         MByteBuffer b;
+        ASSERT_EQ(b.Allocate(16), 1);
+        EXPECT_NE(b.GetBuffer(), nullptr);
+        EXPECT_EQ(b.GetSize(), 16);
+        EXPECT_EQ(b.Capacity(), 16);
+        b.SetPosition(5);
+        ASSERT_EQ(b.Allocate(4), 1);  // the first block is freed (the leak checker sees it)
+        EXPECT_EQ(b.GetPosition(), 0);
+        EXPECT_EQ(b.Capacity(), 4);
+        EXPECT_EQ(b.Allocate(-1), 0);
+        EXPECT_EQ(b.GetBuffer(), nullptr);
         ASSERT_EQ(b.Allocate(8), 1);
         b.Wrap(storage, 4);  // frees the owned block, borrows the array
         EXPECT_EQ(b.GetBuffer(), storage);

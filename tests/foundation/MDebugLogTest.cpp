@@ -17,10 +17,11 @@ namespace {
 
 const std::regex kStamp(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d--)");
 
+constexpr const wchar_t* kLogKey = L"Software\\Tarvo\\KivFramework\\LOG";
+
 void SetLogLevel(unsigned int level) {
     kiv::system::MRegistry reg;
-    ASSERT_EQ(reg.Create(HKEY_CURRENT_USER, L"Software\\Tarvo\\KivFramework\\LOG", nullptr, 0,
-                         KEY_ALL_ACCESS, nullptr, nullptr),
+    ASSERT_EQ(reg.Create(HKEY_CURRENT_USER, kLogKey, nullptr, 0, KEY_ALL_ACCESS, nullptr, nullptr),
               0u);
     ASSERT_EQ(reg.SetValue(level, L"LogLevel"), 0u);
 }
@@ -72,28 +73,24 @@ TEST(MDebugLog, LevelTwoFromTheRegistryWritesOnlyWarnings) {
     EXPECT_EQ(bytes.substr(bytes.size() - 2), std::string("\n\0", 2));  // no carriage return
 }
 
-TEST(MDebugLog, MissingKeyIsCreatedWithLevelZeroSoNothingIsLogged) {
-    MDebugLog log(Wide(LogPath()).c_str());
-    EXPECT_EQ(log.GetDebugLevel(), 0u);
+TEST(MDebugLog, MissingKeyIsCreatedWithLevelZeroAndAKeyWithoutTheValueKeepsEveryLevel) {
+    {
+        MDebugLog log(Wide(LogPath()).c_str());
+        EXPECT_EQ(log.GetDebugLevel(), 0u);
+        EXPECT_EQ(log.GetDebugOutput(), MDebugLog::DEBUG_OUTPUT_FILE);
+        log.ErrorPrintf(L"dropped");
+        EXPECT_FALSE(std::filesystem::exists(LogPath()));
+    }
     kiv::system::MRegistry reg;
-    ASSERT_EQ(reg.Open(HKEY_CURRENT_USER, L"Software\\Tarvo\\KivFramework\\LOG", KEY_READ), 0u);
+    ASSERT_EQ(reg.Open(HKEY_CURRENT_USER, kLogKey, KEY_ALL_ACCESS), 0u);
     unsigned int stored = 99;
     EXPECT_EQ(reg.QueryValue(stored, L"LogLevel"), 0u);
     EXPECT_EQ(stored, 0u);
-    log.ErrorPrintf(L"dropped");
-    EXPECT_FALSE(std::filesystem::exists(LogPath()));
-}
-
-TEST(MDebugLog, KeyWithoutTheValueKeepsEveryLevel) {
-    kiv::system::MRegistry reg;
-    ASSERT_EQ(reg.Create(HKEY_CURRENT_USER, L"Software\\Tarvo\\KivFramework\\LOG", nullptr, 0,
-                         KEY_ALL_ACCESS, nullptr, nullptr),
-              0u);
+    ASSERT_EQ(reg.DeleteValue(L"LogLevel"), 0u);
     MDebugLog log(Wide(LogPath()).c_str());
     EXPECT_EQ(log.GetDebugLevel(), 7u);
     log.SetDebugLevel(MDebugLog::DEBUG_LEVEL_NONE);
-    unsigned int stored = 0;
-    EXPECT_EQ(reg.QueryValue(stored, L"LogLevel"), ERROR_FILE_NOT_FOUND);  // untouched
+    EXPECT_EQ(reg.QueryValue(stored, L"LogLevel"), ERROR_FILE_NOT_FOUND) << "not written back";
 }
 
 TEST(MDebugLog, TagsAreWrittenOnlyForSingleLevels) {
@@ -115,15 +112,6 @@ TEST(MDebugLog, TagsAreWrittenOnlyForSingleLevels) {
     EXPECT_EQ(rest, L"I--i\ncombined wide\nE--e\n");
 }
 
-TEST(MDebugLog, MessagesAreCutAt256Characters) {
-    SetLogLevel(7);
-    MDebugLog log(Wide(LogPath()).c_str());
-    const std::wstring longText = std::wstring(250, L'a') + std::wstring(50, L'b');
-    log.ErrorPrintf(L"%ls", longText.c_str());
-    EXPECT_EQ(WithoutStamp(ReadLog(LogPath())),
-              L"E--" + std::wstring(250, L'a') + std::wstring(6, L'b') + L"\n");
-}
-
 TEST(MDebugLog, FileAboveTheLimitIsEmptiedBeforeTheNextLineAndOneAtTheLimitIsNot) {
     SetLogLevel(7);
     ASSERT_TRUE(kiv::test::WriteFileBytes(LogPath("big.log"), std::string(1000001, 'x')));
@@ -138,15 +126,17 @@ TEST(MDebugLog, FileAboveTheLimitIsEmptiedBeforeTheNextLineAndOneAtTheLimitIsNot
     EXPECT_EQ(kept.substr(0, 1000000), std::string(1000000, 'x'));
 }
 
-TEST(MDebugLog, LimitZeroKeepsOnlyTheLastLine) {
+TEST(MDebugLog, LimitZeroKeepsOnlyTheLastLineAndMessagesAreCutAt256Characters) {
     SetLogLevel(7);
     MDebugLog log(Wide(LogPath()).c_str());
     log.SetMaxLogSize(0);
     EXPECT_EQ(log.GetMaxLogSize(), 0u);
     log.ErrorPrintf(L"one");
     log.ErrorPrintf(L"two");
-    log.ErrorPrintf(L"three");
-    EXPECT_EQ(WithoutStamp(ReadLog(LogPath())), L"E--three\n");
+    const std::wstring longText = std::wstring(250, L'a') + std::wstring(50, L'b');
+    log.ErrorPrintf(L"%ls", longText.c_str());
+    EXPECT_EQ(WithoutStamp(ReadLog(LogPath())),
+              L"E--" + std::wstring(250, L'a') + std::wstring(6, L'b') + L"\n");
 }
 
 TEST(MDebugLog, NullOutputFileKeepsTheFileAndAnotherNameSwitchesToIt) {
@@ -167,18 +157,16 @@ TEST(MDebugLog, NullOutputFileKeepsTheFileAndAnotherNameSwitchesToIt) {
 }
 
 TEST(MDebugLog, DefaultFileIsTheExecutablePathCutTo63CharactersWithLogAppended) {
+    auto nameOf = [](MDebugLog&& log) {
+        wchar_t name[260];
+        log.GetOutputFile(name);
+        return std::wstring(name);
+    };
     const std::wstring exe = Wide(std::filesystem::read_symlink("/proc/self/exe").string());
-    MDebugLog log;
-    wchar_t name[260];
-    log.GetOutputFile(name);
-    EXPECT_EQ(std::wstring(name), exe.substr(0, 63) + L".log");
-    MDebugLog empty(L"");
-    empty.GetOutputFile(name);
-    EXPECT_EQ(std::wstring(name), exe.substr(0, 63) + L".log");
+    EXPECT_EQ(nameOf(MDebugLog()), exe.substr(0, 63) + L".log");
+    EXPECT_EQ(nameOf(MDebugLog(L"")), exe.substr(0, 63) + L".log");
     const std::wstring longName = L"/tmp/" + std::wstring(300, L'n');
-    MDebugLog cut(longName.c_str());
-    cut.GetOutputFile(name);
-    EXPECT_EQ(std::wstring(name), longName.substr(0, 259));
+    EXPECT_EQ(nameOf(MDebugLog(longName.c_str())), longName.substr(0, 259));
 }
 
 TEST(MDebugLog, CopiesShareTheFileAndTheFirstDestroyedClosesItForBoth) {
@@ -203,13 +191,4 @@ TEST(MDebugLog, UnopenableFileDropsMessagesAndIsTriedAgainOnTheNext) {
     std::filesystem::create_directory(dir);
     log.ErrorPrintf(L"kept");
     EXPECT_EQ(WithoutStamp(ReadLog(dir + "/app.log")), L"E--kept\n");
-}
-
-TEST(MDebugLog, OutputSelectorIsOnlyStored) {
-    MDebugLog log(Wide(LogPath()).c_str());
-    EXPECT_EQ(log.GetDebugOutput(), MDebugLog::DEBUG_OUTPUT_FILE);
-    log.SetDebugOutput(MDebugLog::DEBUG_OUTPUT_DEBUGGER);
-    EXPECT_EQ(log.GetDebugOutput(), MDebugLog::DEBUG_OUTPUT_DEBUGGER);
-    log.EnableCrashDump(true);
-    log.EnableCrashDump(false);
 }

@@ -4,6 +4,7 @@
 
 #include <cwchar>
 #include <string>
+#include <utility>
 
 using kiv::MError;
 
@@ -15,6 +16,17 @@ MError Word(unsigned int value) {
     return e;
 }
 
+// GetErrorMessage of `word` into 32 characters of '#' with capacity `len`:
+// the length it leaves and the first `shown` characters of the buffer.
+std::pair<int, std::wstring> Message(unsigned int word, int len, std::size_t shown = 32) {
+    wchar_t buf[32];
+    std::wmemset(buf, L'#', 32);
+    Word(word).GetErrorMessage(buf, len);
+    return {len, std::wstring(buf, shown)};
+}
+
+const std::wstring kUntouched(32, L'#');
+
 }  // namespace
 
 TEST(MError, GettersReturnTheMaskedBitsInPlace) {
@@ -24,12 +36,8 @@ TEST(MError, GettersReturnTheMaskedBitsInPlace) {
     EXPECT_EQ(e.GetCategory(), 0x07AB0000u);
     EXPECT_EQ(e.GetCode(), 0x1234u);
     EXPECT_EQ(e.GetValue() & MError::MASK_MODULE, 0x07000000u);
-}
-
-TEST(MError, GpsWordsDecomposeIntoModuleCategoryAndCode) {
-    MError e = Word(0x07000003);
-    EXPECT_EQ(e.GetCategory(), 0x07000000u);
-    EXPECT_EQ(e.GetSeverity(), 0u);
+    EXPECT_EQ(Word(0x07000003).GetCategory(), 0x07000000u);
+    EXPECT_EQ(Word(0x07000003).GetSeverity(), 0u);
     MError fresh;
     EXPECT_EQ(fresh.GetValue(), static_cast<unsigned int>(MError::NONE));
     fresh = 0x07000001u;
@@ -38,71 +46,26 @@ TEST(MError, GpsWordsDecomposeIntoModuleCategoryAndCode) {
     EXPECT_EQ(copy.GetValue(), 0x07000001u);
 }
 
-TEST(MError, GpsMessageFitsAndReportsItsLength) {
-    wchar_t buf[64];
-    int len = 64;
-    Word(0x07000002).GetErrorMessage(buf, len);
-    EXPECT_EQ(len, 27);
-    EXPECT_EQ(std::wstring(buf), L"KivGPS exe file launch fail");
-}
-
-TEST(MError, GpsMessageTooLongIsCutToCapacityLessOne) {
-    wchar_t buf[16];
-    std::wmemset(buf, L'#', 16);
-    int len = 10;
-    Word(0x07000002).GetErrorMessage(buf, len);
-    EXPECT_EQ(len, 9);
-    EXPECT_EQ(std::wstring(buf), L"KivGPS ex");
-    EXPECT_EQ(buf[9], L'\0');
-    EXPECT_EQ(buf[10], L'#') << "nothing beyond the given capacity is written";
-}
-
-TEST(MError, GpsMessageOfExactlyCapacityLengthIsCutByOne) {
-    // "Start KivGPS fail" has 17 characters; a capacity of 17 leaves no room
+TEST(MError, GpsMessagesAreCutToCapacityLessOneAndReportTheirLength) {
+    using namespace std::string_literals;
+    EXPECT_EQ(Message(0x07000002, 32, 28), std::make_pair(27, L"KivGPS exe file launch fail\0"s));
+    EXPECT_EQ(Message(0x07000002, 10, 11), std::make_pair(9, L"KivGPS ex\0#"s))
+        << "nothing beyond the given capacity is written";
+    // "Start KivGPS fail" has 17 characters: a capacity of 17 leaves no room
     // for the terminator.
-    wchar_t buf[17];
-    int len = 17;
-    Word(0x07000003).GetErrorMessage(buf, len);
-    EXPECT_EQ(len, 16);
-    EXPECT_EQ(std::wstring(buf), L"Start KivGPS fai");
-    int roomy = 18;
-    wchar_t big[18];
-    Word(0x07000003).GetErrorMessage(big, roomy);
-    EXPECT_EQ(roomy, 17);
+    EXPECT_EQ(Message(0x07000003, 17, 18), std::make_pair(16, L"Start KivGPS fai\0#"s));
+    EXPECT_EQ(Message(0x07000003, 18).first, 17);
+    EXPECT_EQ(Message(0x07000000, 1, 2), std::make_pair(0, L"\0#"s));
 }
 
-TEST(MError, EveryOtherModuleLeavesBufferAndLengthUntouched) {
-    for (unsigned int word : {0x00000000u, 0x01000001u, 0x03000001u, 0x03000009u, 0x04000000u,
-                              0x05000001u, 0x06000002u, 0x02000001u, 0x08000001u, 0x3F000001u}) {
-        wchar_t buf[8];
-        std::wmemset(buf, L'#', 8);
-        int len = 8;
-        Word(word).GetErrorMessage(buf, len);
-        EXPECT_EQ(len, 8) << std::hex << word;
-        EXPECT_EQ(std::wstring(buf, 8), std::wstring(8, L'#')) << std::hex << word;
+TEST(MError, OtherModulesUnlistedCodesAndBadCapacitiesLeaveBufferAndLengthUntouched) {
+    for (unsigned int word :
+         {0x00000000u, 0x01000001u, 0x03000001u, 0x03000009u, 0x04000000u, 0x05000001u, 0x06000002u,
+          0x02000001u, 0x08000001u, 0x3F000001u, 0x07000004u}) {
+        EXPECT_EQ(Message(word, 8), std::make_pair(8, kUntouched)) << std::hex << word;
     }
-}
-
-TEST(MError, UnlistedGpsCodesAndBadCapacitiesAreLeftUnanswered) {
-    wchar_t buf[8];
-    std::wmemset(buf, L'#', 8);
+    EXPECT_EQ(Message(0x07000001, 0), std::make_pair(0, kUntouched));
     int len = 8;
-    Word(0x07000004).GetErrorMessage(buf, len);
+    Word(0x07000001).GetErrorMessage(nullptr, len);
     EXPECT_EQ(len, 8);
-    EXPECT_EQ(buf[0], L'#');
-    int zero = 0;
-    Word(0x07000001).GetErrorMessage(buf, zero);
-    EXPECT_EQ(zero, 0);
-    int one = 8;
-    Word(0x07000001).GetErrorMessage(nullptr, one);
-    EXPECT_EQ(one, 8);
-}
-
-TEST(MError, CapacityOfOneGivesAnEmptyTerminatedText) {
-    wchar_t buf[2] = {L'#', L'#'};
-    int len = 1;
-    Word(0x07000000).GetErrorMessage(buf, len);
-    EXPECT_EQ(len, 0);
-    EXPECT_EQ(buf[0], L'\0');
-    EXPECT_EQ(buf[1], L'#');
 }

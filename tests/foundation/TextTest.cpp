@@ -14,30 +14,24 @@ TEST(Text, Utf16RoundTripsTheWholeRangeWithSurrogatePairs) {
     EXPECT_EQ(text::FromUtf16(u), s);
 }
 
-TEST(Text, Utf16LeBytesAreLittleEndianWithOptionalTerminator) {
+TEST(Text, Utf16LeBytesAreLittleEndianWithOptionalTerminatorAndDecodeWithinTheLength) {
     EXPECT_EQ(text::ToUtf16Le(L"A\u00A1"), std::string("A\0\xA1\0", 4));
     EXPECT_EQ(text::ToUtf16Le(L"", true), std::string("\0\0", 2));
     const std::string bytes = text::ToUtf16Le(L"x\U0001F600", true);
     EXPECT_EQ(bytes.size(), 8u);
     EXPECT_EQ(text::FromUtf16Le(bytes.data(), bytes.size()), L"x\U0001F600");
-}
-
-TEST(Text, Utf16LeDecodingStopsAtTerminatorAndLength) {
-    const char bytes[] = {'h', 0, 'i', 0, 0, 0, 'x', 0};
-    EXPECT_EQ(text::FromUtf16Le(bytes, sizeof bytes), L"hi");
-    EXPECT_EQ(text::FromUtf16Le(bytes, 2), L"h");
-    EXPECT_EQ(text::FromUtf16Le(bytes, 3), L"h\uFFFD") << "an odd last byte is replaced";
+    const char hix[] = {'h', 0, 'i', 0, 0, 0, 'x', 0};
+    EXPECT_EQ(text::FromUtf16Le(hix, sizeof hix), L"hi") << "decoding stops at the terminator";
+    EXPECT_EQ(text::FromUtf16Le(hix, 2), L"h");
+    EXPECT_EQ(text::FromUtf16Le(hix, 3), L"h\uFFFD") << "an odd last byte is replaced";
     EXPECT_EQ(text::FromUtf16Le(nullptr, 4), L"");
 }
 
-TEST(Text, InvalidUtf16IsReplacedNotDropped) {
+TEST(Text, InvalidUtf16AndUnencodableWideValuesAreReplacedNotDropped) {
     EXPECT_EQ(text::FromUtf16(u"\xD800"), L"\uFFFD");
     EXPECT_EQ(text::FromUtf16(u"\xD800x"), L"\uFFFDx");
     EXPECT_EQ(text::FromUtf16(u"\xDC00\xD800\xDC00"), L"\uFFFD\U00010000");
     EXPECT_EQ(text::FromUtf16(u"\xD800\xD800\xDC01"), L"\uFFFD\U00010001");
-}
-
-TEST(Text, UnencodableWideValuesBecomeReplacementCharacters) {
     std::wstring bad;
     bad.push_back(static_cast<wchar_t>(0xD800));
     bad.push_back(static_cast<wchar_t>(0x110000));
