@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "platform/Waitable.h"
@@ -20,7 +21,6 @@ namespace {
 using kiv::platform::Event;
 using kiv::platform::EventReset;
 using kiv::platform::kWaitTimeout;
-using kiv::platform::NamedObjectCensus;
 using kiv::platform::Semaphore;
 using kiv::platform::WaitFor;
 using kiv::platform::WaitForAny;
@@ -30,10 +30,11 @@ std::string Child() {
     return kiv::test::HelperPath("kiv_waitable_child");
 }
 
-NamedObjectCensus Census() {
-    NamedObjectCensus census;
-    EXPECT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
-    return census;
+// The table's census: objects, processes, records, and whether they agree.
+std::tuple<int, int, int, bool> Census() {
+    kiv::platform::NamedObjectCensus c;
+    EXPECT_TRUE(kiv::platform::TakeNamedObjectCensus(&c));
+    return {c.objects, c.processes, c.records, c.consistent};
 }
 
 TEST(NamedObjectsAcrossProcesses, AnEventSetInTheParentWakesAWaitForAnyInAChild) {
@@ -106,16 +107,13 @@ TEST(NamedObjectsAcrossProcesses, AnObjectLivesUntilTheLastHandleOfTheLastProces
     quit.Set();
     EXPECT_EQ(child.Wait(), 0);
     EXPECT_FALSE(Event::Open(L"held").IsValid());
-    const NamedObjectCensus census = Census();
-    EXPECT_EQ(census.objects, 1);  // "quit"
-    EXPECT_EQ(census.processes, 1);
-    EXPECT_TRUE(census.consistent);
+    EXPECT_EQ(Census(), std::make_tuple(1, 1, 1, true)) << "only \"quit\" is left";
 }
 
 TEST(NamedObjectsAcrossProcesses, TheObjectsOfAKilledProcessGoWhenOneOfThemIsOpened) {
     HelperProcess child(Child(), {"hang", "first", "second"});
     ASSERT_TRUE(child.AwaitReady());
-    EXPECT_EQ(Census().objects, 2);
+    EXPECT_EQ(std::get<0>(Census()), 2);
     child.Kill();
     ASSERT_TRUE(child.AwaitEndUnreaped());  // a zombie holds nothing
     bool existed = true;
@@ -123,10 +121,7 @@ TEST(NamedObjectsAcrossProcesses, TheObjectsOfAKilledProcessGoWhenOneOfThemIsOpe
     EXPECT_FALSE(existed);
     EXPECT_EQ(WaitFor(first, 0), kWaitTimeout);  // not the signal the dead process left
     EXPECT_FALSE(Event::Open(L"second").IsValid());
-    const NamedObjectCensus census = Census();
-    EXPECT_EQ(census.objects, 1);
-    EXPECT_EQ(census.processes, 1);
-    EXPECT_TRUE(census.consistent);
+    EXPECT_EQ(Census(), std::make_tuple(1, 1, 1, true));
 }
 
 TEST(NamedObjectsAcrossProcesses, AProcessKilledHoldingTheTableLockLeavesTheTableUsable) {
@@ -139,11 +134,7 @@ TEST(NamedObjectsAcrossProcesses, AProcessKilledHoldingTheTableLockLeavesTheTabl
     ASSERT_TRUE(second.IsValid());
     EXPECT_FALSE(existed);
     EXPECT_FALSE(Event::Open(L"first").IsValid());
-    const NamedObjectCensus census = Census();
-    EXPECT_EQ(census.objects, 1);
-    EXPECT_EQ(census.processes, 1);
-    EXPECT_EQ(census.records, 1);
-    EXPECT_TRUE(census.consistent);
+    EXPECT_EQ(Census(), std::make_tuple(1, 1, 1, true));
 }
 
 TEST(NamedObjectsAcrossProcesses, ProcessesKilledAtRandomMomentsNeverCorruptTheTable) {
@@ -169,11 +160,7 @@ TEST(NamedObjectsAcrossProcesses, ProcessesKilledAtRandomMomentsNeverCorruptTheT
         EXPECT_FALSE(Event::Open(name).IsValid());
         EXPECT_FALSE(Semaphore::Open(name).IsValid());
     }
-    const NamedObjectCensus census = Census();
-    EXPECT_EQ(census.objects, 0);
-    EXPECT_EQ(census.processes, 0);
-    EXPECT_EQ(census.records, 0);
-    EXPECT_TRUE(census.consistent);
+    EXPECT_EQ(Census(), std::make_tuple(0, 0, 0, true));
 }
 
 }  // namespace
