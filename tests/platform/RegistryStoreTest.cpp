@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,7 +73,7 @@ TEST(RegistryStore, StringsAreStoredAsUtf16LeWithTheirTerminator) {
     EXPECT_EQ(StoredBytes(path, "Empty"), std::string("\0\0", 2));
 }
 
-TEST(RegistryStore, DamagedFileGivesCorruptOnEveryCallAndIsLeftAsItWas) {
+TEST(RegistryStore, AFileThatIsNotAStoreGivesCorruptOnEveryCallAndIsLeftAsItWas) {
     const std::string path = RegistryStore::Path();
     const std::string garbage(8192, '\x5a');
     ASSERT_TRUE(kiv::test::WriteFileBytes(path, garbage));
@@ -84,10 +85,9 @@ TEST(RegistryStore, DamagedFileGivesCorruptOnEveryCallAndIsLeftAsItWas) {
     EXPECT_EQ(GetDword(HKEY_LOCAL_MACHINE, L"x", v), ERROR_REGISTRY_CORRUPT);
     EXPECT_EQ(SetDword(HKEY_LOCAL_MACHINE, L"x", 1), ERROR_REGISTRY_CORRUPT);
     EXPECT_EQ(kiv::test::ReadFileBytes(path), garbage);
-}
 
-TEST(RegistryStore, AnotherProgramsDatabaseIsNotTouched) {
-    const std::string path = RegistryStore::Path();
+    // Another program's database.
+    ASSERT_TRUE(kiv::test::WriteFileBytes(path, ""));
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(x); INSERT INTO notes VALUES (1);", nullptr,
@@ -95,41 +95,33 @@ TEST(RegistryStore, AnotherProgramsDatabaseIsNotTouched) {
               SQLITE_OK);
     sqlite3_close(db);
     const std::string before = kiv::test::ReadFileBytes(path);
-    Key key;
     EXPECT_EQ(Make(key, L"Software"), ERROR_REGISTRY_CORRUPT);
     EXPECT_EQ(kiv::test::ReadFileBytes(path), before);
 }
 
-TEST(RegistryStore, StoreThatCannotBeOpenedGivesIoFailure) {
+TEST(RegistryStore, TheFileFollowsTheEnvironmentAndOpenKeysKeepTheirFile) {
     setenv("KIV_REGISTRY", kiv::test::TempPath("no/such/dir/registry.db").c_str(), 1);
     Key key;
     EXPECT_EQ(Make(key, L"Software"), ERROR_REGISTRY_IO_FAILED);
     unsigned int v = 0;
     EXPECT_EQ(GetDword(HKEY_CURRENT_USER, L"x", v), ERROR_REGISTRY_IO_FAILED);
-}
 
-TEST(RegistryStore, RootsFollowTheEnvironmentAndOpenKeysKeepTheirFile) {
     const std::string first = kiv::test::TempPath("first.db");
-    const std::string second = kiv::test::TempPath("second.db");
     setenv("KIV_REGISTRY", first.c_str(), 1);
     Key inFirst;
     ASSERT_EQ(Make(inFirst, L"Software\\KivTest"), 0u);
     ASSERT_EQ(SetDword(inFirst.h, L"v", 1), 0u);
-
-    setenv("KIV_REGISTRY", second.c_str(), 1);
+    setenv("KIV_REGISTRY", kiv::test::TempPath("second.db").c_str(), 1);
     Key inSecond;
     EXPECT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, L"Software\\KivTest", &inSecond.h),
               ERROR_FILE_NOT_FOUND);
     ASSERT_EQ(SetDword(inFirst.h, L"v", 2), 0u);  // still the first file
-
     setenv("KIV_REGISTRY", first.c_str(), 1);
     ASSERT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, L"Software\\KivTest", &inSecond.h), 0u);
-    unsigned int v = 0;
     EXPECT_EQ(GetDword(inSecond.h, L"v", v), 0u);
     EXPECT_EQ(v, 2u);
-}
 
-TEST(RegistryStore, DefaultFileLivesInAPrivateStateDirectory) {
+    // Without the variable: a private directory under the state home.
     unsetenv("KIV_REGISTRY");
     const std::string state = kiv::test::TempPath("state");
     setenv("XDG_STATE_HOME", state.c_str(), 1);
@@ -245,22 +237,23 @@ TEST(RegistryStore, ThreadsWritingInBatchesAndAloneLoseNothing) {
     ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
     constexpr int kThreads = 4;
     constexpr int kRounds = 60;
+    auto name = [](int t, const wchar_t* part, int i) {
+        return L"t" + std::to_wstring(t) + part + std::to_wstring(i);
+    };
     std::atomic<int> errors{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < kRounds; ++i) {
-                const std::wstring a = L"t" + std::to_wstring(t) + L"a" + std::to_wstring(i);
-                const std::wstring b = L"t" + std::to_wstring(t) + L"b" + std::to_wstring(i);
+                std::optional<RegistryBatch> batch;
                 if (t % 2 == 0) {
-                    RegistryBatch batch;
-                    errors += SetDword(key.h, a.c_str(), static_cast<unsigned>(i)) != 0;
-                    errors += SetDword(key.h, b.c_str(), static_cast<unsigned>(i)) != 0;
-                    errors += batch.Commit() != 0;
-                } else {
-                    errors += SetDword(key.h, a.c_str(), static_cast<unsigned>(i)) != 0;
-                    errors += SetDword(key.h, b.c_str(), static_cast<unsigned>(i)) != 0;
+                    batch.emplace();
                 }
+                for (const wchar_t* part : {L"a", L"b"}) {
+                    errors +=
+                        SetDword(key.h, name(t, part, i).c_str(), static_cast<unsigned>(i)) != 0;
+                }
+                errors += batch && batch->Commit() != 0;
             }
         });
     }
@@ -272,9 +265,9 @@ TEST(RegistryStore, ThreadsWritingInBatchesAndAloneLoseNothing) {
     for (int t = 0; t < kThreads; ++t) {
         for (int i = 0; i < kRounds; ++i) {
             for (const wchar_t* part : {L"a", L"b"}) {
-                const std::wstring name = L"t" + std::to_wstring(t) + part + std::to_wstring(i);
                 unsigned int v = 99;
-                present += GetDword(key.h, name.c_str(), v) == 0 && v == static_cast<unsigned>(i);
+                present += GetDword(key.h, name(t, part, i).c_str(), v) == 0 &&
+                           v == static_cast<unsigned>(i);
             }
         }
     }
