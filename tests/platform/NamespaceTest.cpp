@@ -29,7 +29,7 @@ bool IsValidSharedMemoryName(const std::string& name) {
 
 }  // namespace
 
-TEST_F(NamespaceVariable, TokenComesFromTheEnvironmentElseTheUser) {
+TEST_F(NamespaceVariable, TokenComesFromTheEnvironmentKeepsOnlySafeCharactersElseIsTheUser) {
     setenv("KIV_NAMESPACE", "alpha", 1);
     EXPECT_EQ(NamespaceToken(), "alpha");
     EXPECT_EQ(NamespacePrefix(), "/kiv.alpha.");
@@ -37,9 +37,6 @@ TEST_F(NamespaceVariable, TokenComesFromTheEnvironmentElseTheUser) {
     EXPECT_EQ(NamespaceToken(), "u" + std::to_string(getuid()));
     setenv("KIV_NAMESPACE", "", 1);
     EXPECT_EQ(NamespaceToken(), "u" + std::to_string(getuid()));
-}
-
-TEST_F(NamespaceVariable, TokenKeepsOnlySafeCharactersAndIsBounded) {
     setenv("KIV_NAMESPACE", "a/b.c d-e_f", 1);
     EXPECT_EQ(NamespaceToken(), "abcd-e_f");
     setenv("KIV_NAMESPACE", std::string(200, 'n').c_str(), 1);
@@ -48,7 +45,7 @@ TEST_F(NamespaceVariable, TokenKeepsOnlySafeCharactersAndIsBounded) {
     EXPECT_EQ(NamespaceToken(), "u" + std::to_string(getuid()));
 }
 
-TEST_F(NamespaceVariable, ObjectNamesAreValidDistinctAndScoped) {
+TEST_F(NamespaceVariable, ObjectNamesAreValidDistinctScopedAndBounded) {
     setenv("KIV_NAMESPACE", "ns1", 1);
     EXPECT_EQ(SystemObjectName("event", L"KIV_GPS_EVENT_FIX"), "/kiv.ns1.event.KIV_GPS_EVENT_FIX");
     const std::string slash = SystemObjectName("event", L"a/b \u00E9");
@@ -57,9 +54,7 @@ TEST_F(NamespaceVariable, ObjectNamesAreValidDistinctAndScoped) {
     EXPECT_NE(SystemObjectName("event", L"x"), SystemObjectName("sem", L"x"));
     setenv("KIV_NAMESPACE", "ns2", 1);
     EXPECT_EQ(SystemObjectName("event", L"x"), "/kiv.ns2.event.x");
-}
-
-TEST_F(NamespaceVariable, LongNamesAreCutButStayDistinct) {
+    // Long names are cut but stay distinct.
     setenv("KIV_NAMESPACE", std::string(48, 'n').c_str(), 1);
     const std::wstring base(400, L'/');
     const std::string a = SystemObjectName("event", base + L"a");
