@@ -6,9 +6,11 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <random>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "NmeaSimulator.h"
 #include "RecordingNmeaOutput.h"
@@ -31,6 +33,13 @@ protected:
     void Send(const std::string& body) { Feed(WithChecksum(body) + "\r\n"); }
     std::string Str(const wchar_t* name) { return out.strings[name]; }
     std::uint32_t Dword(const wchar_t* name) { return out.dwords[name]; }
+    std::vector<std::uint32_t> Dwords(std::initializer_list<const wchar_t*> names) {
+        std::vector<std::uint32_t> values;
+        for (const wchar_t* name : names) {
+            values.push_back(Dword(name));
+        }
+        return values;
+    }
 
     kiv::test::RecordingNmeaOutput out;
     NmeaParserCore parser{out};
@@ -41,7 +50,7 @@ const char* kGga = "GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,
 
 }  // namespace
 
-TEST(NmeaCoordinate, ConvertsToArcPartsAndDecimalDegrees) {
+TEST(NmeaCoordinate, ConvertsToArcPartsAndDecimalDegreesAndNeverTrapsOnGarbage) {
     ArcRecord r;
     const double d = ConvertNmeaCoordinate("4807.038", r);
     EXPECT_EQ(r, (ArcRecord{48, 7, 2, 280}));
@@ -51,48 +60,31 @@ TEST(NmeaCoordinate, ConvertsToArcPartsAndDecimalDegrees) {
     ConvertNmeaCoordinate("0000.9999999", r);
     EXPECT_EQ(r.seconds, 59);
     EXPECT_EQ(r.milliseconds, 1000) << "no carry into the seconds";
-}
-
-TEST(NmeaCoordinate, TextWithoutPointLeavesTheRecord) {
-    ArcRecord r{1, 2, 3, 4};
-    EXPECT_EQ(ConvertNmeaCoordinate("4807", r), 0.0);
-    EXPECT_EQ(r, (ArcRecord{1, 2, 3, 4}));
+    r = ArcRecord{1, 2, 3, 4};
+    EXPECT_EQ(ConvertNmeaCoordinate("4807", r), 0.0) << "text without a point";
     EXPECT_EQ(ConvertNmeaCoordinate("", r), 0.0);
-}
-
-TEST(NmeaCoordinate, GarbageNeverTraps) {
-    ArcRecord r;
+    EXPECT_EQ(r, (ArcRecord{1, 2, 3, 4})) << "left as it was";
     for (const char* text : {".5e300", "-4807.038", "99999999999999999999.9", ".nan", "abc.def",
                              "1e999.", "-.", "."}) {
-        const double d = ConvertNmeaCoordinate(text, r);
-        EXPECT_FALSE(std::isnan(d) && std::string(text) != ".nan") << text;
+        const double garbage = ConvertNmeaCoordinate(text, r);
+        EXPECT_FALSE(std::isnan(garbage) && std::string(text) != ".nan") << text;
     }
 }
 
-TEST_F(Parser, RmcWritesPositionSpeedAndCourse) {
+TEST_F(Parser, RmcWritesPositionHemispheresAndCourseAndSpeedByTheDevicesFactor) {
     Send(kRmc);
     EXPECT_EQ(Str(L"UTCDate"), "230394");
     EXPECT_EQ(Str(L"UTCTime"), "123519");
-    EXPECT_EQ(Dword(L"LAT_DEG"), 48u);
-    EXPECT_EQ(Dword(L"LAT_MIN"), 7u);
-    EXPECT_EQ(Dword(L"LAT_SEC"), 2u);
-    EXPECT_EQ(Dword(L"LAT_MSEC"), 280u);
-    EXPECT_EQ(Dword(L"IS_NORTH"), 1u);
-    EXPECT_EQ(Dword(L"LONG_DEG"), 11u);
-    EXPECT_EQ(Dword(L"LONG_MIN"), 31u);
-    EXPECT_EQ(Dword(L"IS_EAST"), 1u);
-    EXPECT_EQ(Dword(L"IS_ACTIVE"), 10u);
+    EXPECT_EQ(Dwords({L"LAT_DEG", L"LAT_MIN", L"LAT_SEC", L"LAT_MSEC", L"IS_NORTH"}),
+              (std::vector<std::uint32_t>{48, 7, 2, 280, 1}));
+    EXPECT_EQ(Dwords({L"LONG_DEG", L"LONG_MIN", L"IS_EAST", L"IS_ACTIVE", L"DIRECTION"}),
+              (std::vector<std::uint32_t>{11, 31, 1, 10, 84}));
     EXPECT_EQ(Str(L"SPEED"), "41") << "22.4 knots * 1.8519998 = 41.48";
-    EXPECT_EQ(Dword(L"DIRECTION"), 84u);
     EXPECT_EQ(parser.GetCounters().rmc, 1u);
     EXPECT_EQ(parser.GetCounters().validFix, 1u);
-}
-
-TEST_F(Parser, SpeedUsesTheDevicesFactorAndTruncates) {
     Send("GPRMC,1,A,4807.038,S,01131.000,W,10.0,0,010100,,");
     EXPECT_EQ(Str(L"SPEED"), "18");
-    EXPECT_EQ(Dword(L"IS_NORTH"), 0u);
-    EXPECT_EQ(Dword(L"IS_EAST"), 0u);
+    EXPECT_EQ(Dwords({L"IS_NORTH", L"IS_EAST"}), (std::vector<std::uint32_t>{0, 0}));
     // 1000 knots: 1852 km/h with the usual factor, 1851.9998 with the device's.
     Send("GPRMC,2,A,4807.038,N,01131.000,E,1000.0,0,010100,,");
     EXPECT_EQ(Str(L"SPEED"), "1851");
@@ -100,7 +92,7 @@ TEST_F(Parser, SpeedUsesTheDevicesFactorAndTruncates) {
     EXPECT_EQ(Str(L"SPEED"), "0");
 }
 
-TEST_F(Parser, FixStateFollowsStatusAndRange) {
+TEST_F(Parser, FixStateFollowsStatusAndRangeAndAPointlessCoordinateRewritesThePreviousParts) {
     Send("GPRMC,1,V,4807.038,N,01131.000,E,0,0,010100,,");
     EXPECT_EQ(Dword(L"IS_ACTIVE"), 0u);
     EXPECT_TRUE(out.Signals().empty());
@@ -110,14 +102,11 @@ TEST_F(Parser, FixStateFollowsStatusAndRange) {
     Send("GPRMC,3,A,,N,01131.000,E,0,0,010100,,");
     EXPECT_EQ(Dword(L"IS_ACTIVE"), 0u) << "an empty coordinate is no fix";
     EXPECT_EQ(parser.GetCounters().validFix, 1u);
-}
 
-TEST_F(Parser, ACoordinateWithoutPointRewritesThePreviousParts) {
     Send(kRmc);
     out.ClearActivity();
     Send("GPRMC,2,A,4807,N,01131.000,E,0,0,010100,,");
-    EXPECT_EQ(Dword(L"LAT_DEG"), 48u);
-    EXPECT_EQ(Dword(L"LAT_MSEC"), 280u);
+    EXPECT_EQ(Dwords({L"LAT_DEG", L"LAT_MSEC"}), (std::vector<std::uint32_t>{48, 280}));
     const auto rewritten = std::count_if(out.writes.begin(), out.writes.end(),
                                          [](const auto& w) { return w.name == L"LAT_MSEC"; });
     EXPECT_EQ(rewritten, 1);
@@ -150,7 +139,7 @@ TEST_F(Parser, ShortSentencesOnlyAdvanceTheAlwaysCounters) {
     EXPECT_TRUE(parser.RmcSeen()) << "a short RMC still counts as seen";
 }
 
-TEST_F(Parser, GsvCyclePublishesOnTheLastMessageWithGroupsReversed) {
+TEST_F(Parser, GsvCyclePublishesOnTheLastMessageWithGroupsReversedAndStaysBounded) {
     Send("GPGSV,3,1,11,03,03,111,00,04,15,270,00,06,01,010,00,13,06,292,00");
     Send("GPGSV,3,2,11,14,25,170,00,16,57,208,39,18,67,296,40,19,40,246,00");
     EXPECT_EQ(out.strings.count(L"SIV_INFO"), 0u);
@@ -162,6 +151,14 @@ TEST_F(Parser, GsvCyclePublishesOnTheLastMessageWithGroupsReversed) {
     EXPECT_EQ(parser.GetCounters().gsv, 3u);
     Send("GPGSV,1,1,01,09,,,");
     EXPECT_EQ(Str(L"SIV_INFO"), "09,,,,;") << "a new cycle starts afresh";
+    // Without a new cycle the text stays bounded.
+    Send("GPGSV,9,1,36,01,01,001,01");
+    for (int i = 0; i < 100; ++i) {
+        Send("GPGSV,9,2,36,03,03,111,00,04,15,270,00,06,01,010,00,13,06,292,00");
+    }
+    Send("GPGSV,9,9,36,22,42,067,42");
+    EXPECT_LE(Str(L"SIV_INFO").size(), 1023u);
+    EXPECT_EQ(Str(L"SIV_INFO").substr(0, 28), "01,01,001,01,;13,06,292,00,;");
 }
 
 TEST_F(Parser, NvaAndNvpCountOnlyBeforeTheFirstRmc) {
@@ -187,35 +184,29 @@ TEST_F(Parser, NvaAndNvpCountOnlyBeforeTheFirstRmc) {
     EXPECT_EQ(Str(L"SPEED"), "77.7") << "until the parser is reset";
 }
 
-TEST_F(Parser, ChecksumMustBeCorrectAndUpperCase) {
+TEST_F(Parser, BadChecksumsOtherTalkersAndProprietarySentencesAreIgnoredEntirely) {
+    parser.SetLogFile(L"on");
     std::string good = WithChecksum(kRmc);
     std::string lower = good;
     std::transform(lower.end() - 2, lower.end(), lower.end() - 2,
                    [](char c) { return static_cast<char>(std::tolower(c)); });
     ASSERT_NE(lower, good) << "the example needs a letter in its checksum";
-    Feed(lower + "\r\n");
     std::string wrong = good;
     wrong.back() = wrong.back() == '0' ? '1' : '0';
-    Feed(wrong + "\r\n");
-    Feed(std::string(kRmc).insert(0, "$") + "\r\n");  // no checksum at all
-    EXPECT_TRUE(out.writes.empty());
-    EXPECT_EQ(out.sentences, 0);
-    Feed(good + "\r\n");
-    EXPECT_EQ(out.sentences, 1);
-}
-
-TEST_F(Parser, OtherTalkersAndProprietarySentencesAreIgnoredEntirely) {
-    parser.SetLogFile(L"on");
+    Feed(lower + "\r\n" + wrong + "\r\n$" + kRmc + "\r\n");  // the last has no checksum
     Send("GNRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W");
     Send("PSRF150,1");
     Send("gpRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W");
+    EXPECT_TRUE(out.writes.empty());
     EXPECT_EQ(out.sentences, 0);
     EXPECT_TRUE(out.log.empty());
     EXPECT_TRUE(out.Signals().empty());
     EXPECT_FALSE(std::filesystem::exists(kiv::test::TempPath("device/NMEA.Log")));
+    Feed(good + "\r\n");
+    EXPECT_EQ(out.sentences, 1);
 }
 
-TEST_F(Parser, FramingAcrossChunksNoiseAndRestarts) {
+TEST_F(Parser, FramingSurvivesChunksNoiseRestartsAndDropsOverLongSentences) {
     const std::string sentence = WithChecksum(kRmc);
     Feed("\x01\xff garbage ");
     Feed(sentence.substr(0, 10));
@@ -229,26 +220,21 @@ TEST_F(Parser, FramingAcrossChunksNoiseAndRestarts) {
     EXPECT_EQ(out.sentences, 3);
     Feed(sentence.substr(0, 8) + std::string(1, '\0') + sentence.substr(8) + "\r\n");
     EXPECT_EQ(out.sentences, 3);
-}
-
-TEST_F(Parser, OverLongSentencesAreDroppedUpToTheNextDollar) {
-    const std::string good = WithChecksum(kRmc);
+    // Over-long sentences are dropped up to the next "$"; 1,023 characters still fit.
     std::string body = kRmc;
     body.resize(1030, '0');
-    Feed(WithChecksum(body) + "\r\n" + "trailing bytes\r\n" + good + "\r\n");
-    EXPECT_EQ(out.sentences, 1);
-    // 1,023 characters still fit.
-    std::string longest = "GPGSV,1,2,";
-    longest.resize(1023 - 4, '7');
-    Feed(WithChecksum(longest) + "\r\n");
-    EXPECT_EQ(out.sentences, 2);
-    std::string tooLong = "GPGSV,1,2,";
-    tooLong.resize(1024 - 4, '7');
-    Feed(WithChecksum(tooLong) + "\r\n");
-    EXPECT_EQ(out.sentences, 2);
+    Feed(WithChecksum(body) + "\r\n" + "trailing bytes\r\n" + sentence + "\r\n");
+    EXPECT_EQ(out.sentences, 4);
+    std::string gsv = "GPGSV,1,2,";
+    gsv.resize(1023 - 4, '7');
+    Feed(WithChecksum(gsv) + "\r\n");
+    EXPECT_EQ(out.sentences, 5);
+    gsv.resize(1024 - 4, '7');
+    Feed(WithChecksum(gsv) + "\r\n");
+    EXPECT_EQ(out.sentences, 5);
 }
 
-TEST_F(Parser, WritesOfASentenceAreOneUnitAndEventsFollowIt) {
+TEST_F(Parser, WritesOfASentenceAreOneUnitAndEventsFollowItWhenTheFixOrPositionChanges) {
     Send(kRmc);
     for (const auto& w : out.writes) {
         EXPECT_TRUE(w.inSentence) << std::string(w.name.begin(), w.name.end());
@@ -257,10 +243,6 @@ TEST_F(Parser, WritesOfASentenceAreOneUnitAndEventsFollowIt) {
     const std::vector<std::wstring> expected = {L"<begin>", L"<end>", L"KIV_GPS_EVENT_FIX",
                                                 L"KIV_GPS_EVENT_MOVING"};
     EXPECT_EQ(out.events, expected) << "the first fix signals both events";
-}
-
-TEST_F(Parser, MovingNeedsAChangedPositionAndResetFixRenotifies) {
-    Send(kRmc);
     out.ClearActivity();
     Send(kRmc);
     EXPECT_TRUE(out.Signals().empty()) << "same position: not moving";
@@ -347,20 +329,16 @@ TEST_F(Parser, DemoDriveGivesTheRegistryEveryFixItCarries) {
         ArcRecord lon;
         ConvertNmeaCoordinate(f[3], lat);
         ConvertNmeaCoordinate(f[5], lon);
-        ASSERT_EQ(Dword(L"LAT_DEG"), lat.degrees);
-        ASSERT_EQ(Dword(L"LAT_MIN"), lat.minutes);
-        ASSERT_EQ(Dword(L"LAT_SEC"), lat.seconds);
-        ASSERT_EQ(Dword(L"LAT_MSEC"), lat.milliseconds);
-        ASSERT_EQ(Dword(L"LONG_DEG"), lon.degrees);
-        ASSERT_EQ(Dword(L"LONG_MSEC"), lon.milliseconds);
-        ASSERT_EQ(Dword(L"IS_ACTIVE"), 10u);
+        ASSERT_EQ(Dwords({L"LAT_DEG", L"LAT_MIN", L"LAT_SEC", L"LAT_MSEC", L"LONG_DEG",
+                          L"LONG_MSEC", L"IS_ACTIVE", L"DIRECTION", L"IS_NORTH", L"IS_EAST"}),
+                  (std::vector<std::uint32_t>{lat.degrees, lat.minutes, lat.seconds,
+                                              lat.milliseconds, lon.degrees, lon.milliseconds, 10u,
+                                              static_cast<unsigned>(std::atof(f[8].c_str())),
+                                              f[4] == "N" ? 1u : 0u, f[6] == "E" ? 1u : 0u}));
         ASSERT_EQ(Str(L"UTCTime"), f[1]);
         ASSERT_EQ(Str(L"UTCDate"), f[9]);
         ASSERT_EQ(Str(L"SPEED"),
                   std::to_string(static_cast<int>(std::atof(f[7].c_str()) * 1.8519998)));
-        ASSERT_EQ(Dword(L"DIRECTION"), static_cast<unsigned>(std::atof(f[8].c_str())));
-        ASSERT_EQ(Dword(L"IS_NORTH"), f[4] == "N" ? 1u : 0u);
-        ASSERT_EQ(Dword(L"IS_EAST"), f[6] == "E" ? 1u : 0u);
         ++fixes;
     }
     EXPECT_GT(fixes, 150);
@@ -396,14 +374,4 @@ TEST_F(Parser, RecordedReceiverStreamsParseWithoutSurprises) {
         ++files;
     }
     EXPECT_GT(files, 0);
-}
-
-TEST_F(Parser, SatelliteTextStaysBoundedWithoutANewCycle) {
-    Send("GPGSV,9,1,36,01,01,001,01");
-    for (int i = 0; i < 100; ++i) {
-        Send("GPGSV,9,2,36,03,03,111,00,04,15,270,00,06,01,010,00,13,06,292,00");
-    }
-    Send("GPGSV,9,9,36,22,42,067,42");
-    EXPECT_LE(Str(L"SIV_INFO").size(), 1023u);
-    EXPECT_EQ(Str(L"SIV_INFO").substr(0, 28), "01,01,001,01,;13,06,292,00,;");
 }
