@@ -34,33 +34,29 @@ std::vector<std::wstring> SubKeys(HKEY parent, const wchar_t* path) {
 
 }  // namespace
 
-TEST(MRegistry, CreateReportsNewThenExistingAndBothOpenTheSameKey) {
+TEST(MRegistry, CreateMakesEveryLevelReportsNewThenExistingAndBothOpenTheSameKey) {
     MRegistry a;
     MRegistry b;
     unsigned int disposition = 0;
-    ASSERT_EQ(CreateKey(a, kBase, &disposition), 0u);
+    ASSERT_EQ(CreateKey(a, L"Software\\KivTest\\A\\B\\C", &disposition), 0u);
     EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
-    ASSERT_EQ(CreateKey(b, kBase, &disposition), 0u);
+    ASSERT_EQ(CreateKey(b, L"Software\\KivTest\\A\\B\\C", &disposition), 0u);
     EXPECT_EQ(disposition, REG_OPENED_EXISTING_KEY);
     ASSERT_EQ(a.SetValue(42u, L"Answer"), 0u);
     unsigned int value = 0;
     EXPECT_EQ(b.QueryValue(value, L"Answer"), 0u);
     EXPECT_EQ(value, 42u);
-}
 
-TEST(MRegistry, DeepPathCreatesEveryLevelAndOpensStepByStep) {
-    MRegistry reg;
-    ASSERT_EQ(CreateKey(reg, L"Software\\KivTest\\A\\B\\C"), 0u);
-    ASSERT_EQ(reg.SetValue(L"deep", L"Where"), 0u);
-    MRegistry a;
-    ASSERT_EQ(a.Open(HKEY_CURRENT_USER, L"Software\\KivTest\\A", KEY_READ), 0u);
-    EXPECT_EQ(a.SetKeyValue(L"B\\C", L"deeper", L"Where"), 0u);
+    MRegistry mid;
+    ASSERT_EQ(mid.Open(HKEY_CURRENT_USER, L"Software\\KivTest\\A", KEY_READ), 0u);
+    EXPECT_EQ(mid.SetKeyValue(L"B\\C", L"deeper", L"Where"), 0u);
     wchar_t text[16];
     unsigned int size = sizeof text;
-    EXPECT_EQ(reg.QueryValue(text, L"Where", &size), 0u);
+    EXPECT_EQ(a.QueryValue(text, L"Where", &size), 0u);
     EXPECT_STREQ(text, L"deeper");
     // The roots are separate trees.
-    EXPECT_EQ(a.Open(HKEY_LOCAL_MACHINE, L"Software\\KivTest\\A", KEY_READ), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(mid.Open(HKEY_LOCAL_MACHINE, L"Software\\KivTest\\A", KEY_READ),
+              ERROR_FILE_NOT_FOUND);
 }
 
 TEST(MRegistry, NamesCompareWithoutCaseAndKeepTheCaseTheyWereMadeWith) {
@@ -89,12 +85,11 @@ TEST(MRegistry, NamesCompareWithoutCaseAndKeepTheCaseTheyWereMadeWith) {
     EXPECT_EQ(key.EnumValue(1, name, &chars, nullptr, nullptr, nullptr), ERROR_NO_MORE_ITEMS);
 }
 
-TEST(MRegistry, StringSizesAreBytesOfTheCallersCharacters) {
+TEST(MRegistry, StringSizesAreBytesOfTheCallersCharactersAndNumbersReadFourBytesOfAnyType) {
     MRegistry reg;
     ASSERT_EQ(CreateKey(reg, kBase), 0u);
     ASSERT_EQ(reg.SetValue(L"", L"Empty"), 0u);
     ASSERT_EQ(reg.SetValue(L"Grüße \U0001F600", L"Text"), 0u);
-
     unsigned int size = 0;
     wchar_t buffer[32];
     EXPECT_EQ(reg.QueryValue(nullptr, L"Empty", &size), 0u);
@@ -103,28 +98,35 @@ TEST(MRegistry, StringSizesAreBytesOfTheCallersCharacters) {
     EXPECT_EQ(reg.QueryValue(buffer, L"Text", &size), 0u);
     EXPECT_EQ(size, 8 * sizeof(wchar_t));
     EXPECT_STREQ(buffer, L"Grüße \U0001F600");
-
     // Too small: 234 and the size needed, the buffer untouched.
     size = 4 * sizeof(wchar_t);
     buffer[0] = L'x';
     EXPECT_EQ(reg.QueryValue(buffer, L"Text", &size), ERROR_MORE_DATA);
     EXPECT_EQ(size, 8 * sizeof(wchar_t));
     EXPECT_EQ(buffer[0], L'x');
-}
 
-TEST(MRegistry, NumberQueryReadsFourBytesOfAnyType) {
-    MRegistry reg;
-    ASSERT_EQ(CreateKey(reg, kBase), 0u);
-    ASSERT_EQ(reg.SetValue(L"", L"EmptyText"), 0u);
-    ASSERT_EQ(reg.SetValue(L"long text", L"LongText"), 0u);
     unsigned int value = 99;
-    EXPECT_EQ(reg.QueryValue(value, L"EmptyText"), 0u);  // one wchar_t terminator
+    EXPECT_EQ(reg.QueryValue(value, L"Empty"), 0u);  // one wchar_t terminator
     EXPECT_EQ(value, 0u);
-    EXPECT_EQ(reg.QueryValue(value, L"LongText"), ERROR_MORE_DATA);
+    EXPECT_EQ(reg.QueryValue(value, L"Text"), ERROR_MORE_DATA);
     EXPECT_EQ(reg.QueryValue(value, L"Absent"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(reg.DeleteValue(L"TEXT"), 0u);
+    EXPECT_EQ(reg.DeleteValue(L"Text"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(reg.QueryValue(buffer, L"Text", &size), ERROR_FILE_NOT_FOUND);
 }
 
 TEST(MRegistryKey, EveryValueTypeRoundTrips) {
+    using Value = std::pair<unsigned int, std::string>;  // type, bytes
+    auto bytes = [](const void* p, std::size_t n) {
+        return std::string(static_cast<const char*>(p), n);
+    };
+    auto stored = [&](MRegistryKey& key, const wchar_t* name) {
+        unsigned char out[64];
+        unsigned int type = 0;
+        unsigned int size = sizeof out;
+        EXPECT_EQ(key.QueryValue(name, &type, out, &size), 0u) << name;
+        return Value{type, bytes(out, size)};
+    };
     MRegistryKey key;
     ASSERT_EQ(key.Create(HKEY_LOCAL_MACHINE, kBase, nullptr), 0u);
     const unsigned char binary[] = {0, 1, 2, 0xFF, 0};
@@ -136,39 +138,12 @@ TEST(MRegistryKey, EveryValueTypeRoundTrips) {
     ASSERT_EQ(key.SetValue(L"Q", REG_QWORD, &qword, sizeof qword), 0u);
     ASSERT_EQ(key.SetValue(L"Odd", 0x1234, "xyz", 3), 0u);
     ASSERT_EQ(key.SetValue(nullptr, REG_SZ, L"default", 8 * sizeof(wchar_t)), 0u);
-
-    unsigned char out[64];
-    unsigned int type = 0;
-    unsigned int size = sizeof out;
-    ASSERT_EQ(key.QueryValue(L"bin", &type, out, &size), 0u);
-    EXPECT_EQ(type, REG_BINARY);
-    EXPECT_EQ(size, sizeof binary);
-    EXPECT_EQ(std::memcmp(out, binary, sizeof binary), 0);
-
-    size = sizeof out;
-    ASSERT_EQ(key.QueryValue(L"Multi", &type, out, &size), 0u);
-    EXPECT_EQ(type, REG_MULTI_SZ);
-    ASSERT_EQ(size, sizeof multi);
-    EXPECT_EQ(std::memcmp(out, multi, sizeof multi), 0);
-
-    size = sizeof out;
-    ASSERT_EQ(key.QueryValue(L"Expand", &type, out, &size), 0u);
-    EXPECT_EQ(type, REG_EXPAND_SZ);
-    EXPECT_STREQ(reinterpret_cast<const wchar_t*>(out), L"%HOME%");
-
-    size = sizeof out;
-    ASSERT_EQ(key.QueryValue(L"Q", &type, out, &size), 0u);
-    EXPECT_EQ(size, 8u);
-    EXPECT_EQ(std::memcmp(out, &qword, 8), 0);
-
-    size = sizeof out;
-    ASSERT_EQ(key.QueryValue(L"Odd", &type, out, &size), 0u);
-    EXPECT_EQ(type, 0x1234u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(out), size), "xyz");
-
-    size = sizeof out;
-    ASSERT_EQ(key.QueryValue(L"", &type, out, &size), 0u);
-    EXPECT_STREQ(reinterpret_cast<const wchar_t*>(out), L"default");
+    EXPECT_EQ(stored(key, L"bin"), Value(REG_BINARY, bytes(binary, sizeof binary)));
+    EXPECT_EQ(stored(key, L"Multi"), Value(REG_MULTI_SZ, bytes(multi, sizeof multi)));
+    EXPECT_EQ(stored(key, L"Expand"), Value(REG_EXPAND_SZ, bytes(L"%HOME%", 7 * sizeof(wchar_t))));
+    EXPECT_EQ(stored(key, L"Q"), Value(REG_QWORD, bytes(&qword, 8)));
+    EXPECT_EQ(stored(key, L"Odd"), Value(0x1234, "xyz"));
+    EXPECT_EQ(stored(key, L""), Value(REG_SZ, bytes(L"default", 8 * sizeof(wchar_t))));
 }
 
 TEST(MRegistry, FailedOpenOrCreateKeepsTheOldKeyAndCreateStillStoresDisposition) {
@@ -188,17 +163,7 @@ TEST(MRegistry, FailedOpenOrCreateKeepsTheOldKeyAndCreateStillStoresDisposition)
     EXPECT_EQ(CreateKey(reg, std::wstring(255, L'k').c_str()), 0u);  // the longest name
 }
 
-TEST(MRegistry, NoOpenKeyIsABadHandleAndCloseAlwaysSucceeds) {
-    MRegistry reg;
-    unsigned int value = 0;
-    EXPECT_EQ(reg.QueryValue(value, L"x"), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(reg.SetValue(1u, L"x"), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(reg.DeleteSubKey(L"x"), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(reg.Close(), 0u);
-    EXPECT_EQ(reg.Close(), 0u);
-}
-
-TEST(MRegistry, CopiesShareOneKeyUntilTheLastGoes) {
+TEST(MRegistry, CopiesShareOneKeyUntilTheLastGoesAndWithoutAKeyEveryCallIsABadHandle) {
     MRegistry copy;
     {
         MRegistry original;
@@ -210,6 +175,13 @@ TEST(MRegistry, CopiesShareOneKeyUntilTheLastGoes) {
     MRegistry other(copy);
     EXPECT_EQ(other.Close(), 0u);  // closes the shared key for both
     EXPECT_EQ(copy.SetValue(5u, L"StillOpen"), ERROR_INVALID_HANDLE);
+    MRegistry none;
+    unsigned int value = 0;
+    EXPECT_EQ(none.QueryValue(value, L"x"), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(none.SetValue(1u, L"x"), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(none.DeleteSubKey(L"x"), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(none.Close(), 0u);
+    EXPECT_EQ(none.Close(), 0u);
 }
 
 TEST(MRegistry, KeyWithSubKeysIsNotDeletedButRecurseDeleteRemovesTheTree) {
@@ -280,16 +252,6 @@ TEST(MRegistry, EnumerationAtIndexZeroWhileDeletingVisitsEveryKeyOnce) {
     chars = 4;
     EXPECT_EQ(list.EnumKey(0, name, &chars), ERROR_MORE_DATA);
     EXPECT_EQ(chars, 11u);
-}
-
-TEST(MRegistry, ValuesAreDeletedAndAbsentOnesReportNotFound) {
-    MRegistry reg;
-    ASSERT_EQ(CreateKey(reg, kBase), 0u);
-    ASSERT_EQ(reg.SetValue(3u, L"Gone"), 0u);
-    EXPECT_EQ(reg.DeleteValue(L"GONE"), 0u);
-    EXPECT_EQ(reg.DeleteValue(L"Gone"), ERROR_FILE_NOT_FOUND);
-    unsigned int value = 0;
-    EXPECT_EQ(reg.QueryValue(value, L"Gone"), ERROR_FILE_NOT_FOUND);
 }
 
 TEST(MRegistry, SetValueWithParentCreatesTheKeyAndLeavesThisObjectAlone) {
