@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "platform/Mixer.h"
 #include "support/KivTestEnvironment.h"
@@ -53,6 +54,15 @@ void WriteAttribute(const std::string& relative, const std::string& value) {
     ASSERT_TRUE(kiv::test::WriteFileBytes(path.string(), value));
 }
 
+using Answer = std::pair<unsigned int, unsigned int>;  // result, value
+
+// A getter's result and the value it reported.
+Answer Get(MShell& shell, unsigned int (MShell::*getter)(unsigned int&)) {
+    unsigned int value = 0xDEAD;
+    const unsigned int result = (shell.*getter)(value);
+    return {result, value};
+}
+
 class MShellTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -70,36 +80,26 @@ protected:
 
 }  // namespace
 
-TEST_F(MShellTest, WithTheInitialMaximumVolumeIsAllOrNothing) {
-    MShell shell;
-    unsigned int level = 99;
-    EXPECT_EQ(shell.SetMainVolumeLevel(1), 0u);
-    EXPECT_EQ(mixer->volume, 0xFFFFFFFFu);
-    EXPECT_EQ(shell.GetMainVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 1u);
-    EXPECT_EQ(shell.SetMainVolumeLevel(0), 0u);
-    EXPECT_EQ(mixer->volume, 0u);
-    EXPECT_EQ(shell.GetMainVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 0u);
-}
-
 TEST_F(MShellTest, VolumeIsScaledByTheMaximumAndReadFromTheLeftChannel) {
     MShell shell;
+    // The initial maximum is 1: all or nothing.
+    EXPECT_EQ(shell.SetMainVolumeLevel(1), 0u);
+    EXPECT_EQ(mixer->volume, 0xFFFFFFFFu);
+    EXPECT_EQ(Get(shell, &MShell::GetMainVolumeLevel), Answer(0, 1));
+    EXPECT_EQ(shell.SetMainVolumeLevel(0), 0u);
+    EXPECT_EQ(mixer->volume, 0u);
+    EXPECT_EQ(Get(shell, &MShell::GetMainVolumeLevel), Answer(0, 0));
+
     ASSERT_EQ(shell.SetMaxVolumeLevel(10), 0u);
     EXPECT_EQ(shell.SetMainVolumeLevel(5), 0u);
     EXPECT_EQ(mixer->volume, 0x7FFF7FFFu);  // 5 * 65535 / 10 on both channels
-    unsigned int level = 0;
-    EXPECT_EQ(shell.GetMainVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 5u);  // 0x7FFF / (65535 / 10)
-
+    EXPECT_EQ(Get(shell, &MShell::GetMainVolumeLevel), Answer(0, 5));  // 0x7FFF / (65535 / 10)
     mixer->volume = 0xFFFF1000;  // someone else set the channels apart
-    EXPECT_EQ(shell.GetMainVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 0u);  // 4096 / 6553: only the left channel counts
-
+    EXPECT_EQ(Get(shell, &MShell::GetMainVolumeLevel), Answer(0, 0))
+        << "4096 / 6553: only the left channel counts";
     ASSERT_EQ(shell.SetMaxVolumeLevel(3), 0u);
     mixer->volume = 0x0000FFFF;
-    EXPECT_EQ(shell.GetMainVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 3u);  // 65535 / 21845
+    EXPECT_EQ(Get(shell, &MShell::GetMainVolumeLevel), Answer(0, 3));  // 65535 / 21845
 }
 
 TEST_F(MShellTest, MaximumLevelsOutsideTheRangeGiveOneAndKeepTheOldMaximum) {
@@ -108,23 +108,18 @@ TEST_F(MShellTest, MaximumLevelsOutsideTheRangeGiveOneAndKeepTheOldMaximum) {
         EXPECT_EQ(shell.SetMaxVolumeLevel(bad), 1u);
         EXPECT_EQ(shell.SetMaxBrightnessLevel(bad), 1u);
     }
-    unsigned int level = 0;
-    EXPECT_EQ(shell.GetMaxVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 1u);
+    EXPECT_EQ(Get(shell, &MShell::GetMaxVolumeLevel), Answer(0, 1));
     EXPECT_EQ(shell.SetMaxVolumeLevel(65534), 0u);
     EXPECT_EQ(shell.SetMaxBrightnessLevel(65534), 0u);
-    EXPECT_EQ(shell.GetMaxVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 65534u);
-    EXPECT_EQ(shell.GetMaxBrightnessLevel(level), 0u);
-    EXPECT_EQ(level, 65534u);
+    EXPECT_EQ(Get(shell, &MShell::GetMaxVolumeLevel), Answer(0, 65534));
+    EXPECT_EQ(Get(shell, &MShell::GetMaxBrightnessLevel), Answer(0, 65534));
     // Copies share the implementation and so the maxima.
     MShell copy(shell);
     EXPECT_EQ(copy.SetMaxVolumeLevel(7), 0u);
-    EXPECT_EQ(shell.GetMaxVolumeLevel(level), 0u);
-    EXPECT_EQ(level, 7u);
+    EXPECT_EQ(Get(shell, &MShell::GetMaxVolumeLevel), Answer(0, 7));
 }
 
-TEST_F(MShellTest, UnmuteRestoresTheVolumeThatWasCurrentAtMute) {
+TEST_F(MShellTest, UnmuteRestoresTheVolumeOfMuteAndMixerFailuresShowAsTheResultsSay) {
     MShell shell;
     ASSERT_EQ(shell.SetMaxVolumeLevel(4), 0u);
     ASSERT_EQ(shell.SetMainVolumeLevel(3), 0u);
@@ -137,88 +132,73 @@ TEST_F(MShellTest, UnmuteRestoresTheVolumeThatWasCurrentAtMute) {
     mixer->fails = true;
     EXPECT_EQ(shell.EnableMute(1), 0u);
     EXPECT_EQ(shell.SetMainVolumeLevel(1), 0u);  // the failure is not reported here
-    unsigned int level = 0;
-    EXPECT_EQ(shell.GetMainVolumeLevel(level), kFailed);
-}
+    EXPECT_EQ(Get(shell, &MShell::GetMainVolumeLevel).first, kFailed);
 
-TEST_F(MShellTest, WithoutAMixerVolumeCallsFailAsTheirResultsSay) {
     kiv::platform::SetMixerFactoryForTesting(
         [] { return std::unique_ptr<kiv::platform::Mixer>(); });
-    MShell shell;
-    unsigned int level = 0;
-    EXPECT_EQ(shell.SetMainVolumeLevel(1), 0u);
-    EXPECT_EQ(shell.GetMainVolumeLevel(level), kFailed);
-    EXPECT_EQ(shell.EnableMute(1), 0u);
+    MShell withoutMixer;
+    EXPECT_EQ(withoutMixer.SetMainVolumeLevel(1), 0u);
+    EXPECT_EQ(Get(withoutMixer, &MShell::GetMainVolumeLevel).first, kFailed);
+    EXPECT_EQ(withoutMixer.EnableMute(1), 0u);
 }
 
-TEST_F(MShellTest, BrightnessIsWrittenUnscaledToTheFirstBacklight) {
+TEST_F(MShellTest, BrightnessIsWrittenUnscaledToTheFirstBacklightAndFailsWithoutOne) {
+    {
+        MShell shell;
+        EXPECT_EQ(shell.SetMainBrightnessLevel(3), kFailed);
+        EXPECT_EQ(Get(shell, &MShell::GetMainBrightnessLevel).first, kFailed);
+        EXPECT_FALSE(std::filesystem::exists(kiv::test::TempPath("sys/class/backlight")));
+    }
     WriteAttribute("backlight/a_panel/brightness", "42\n");
     WriteAttribute("backlight/b_other/brightness", "1\n");
     MShell shell;
     ASSERT_EQ(shell.SetMaxBrightnessLevel(10), 0u);
-    unsigned int level = 0;
-    EXPECT_EQ(shell.GetMainBrightnessLevel(level), 0u);
-    EXPECT_EQ(level, 42u);
+    EXPECT_EQ(Get(shell, &MShell::GetMainBrightnessLevel), Answer(0, 42));
     EXPECT_EQ(shell.SetMainBrightnessLevel(77), 0u);
-    EXPECT_EQ(
-        kiv::test::ReadFileBytes(kiv::test::TempPath("sys/class/backlight/a_panel/brightness")),
-        "77\n");
-    EXPECT_EQ(
-        kiv::test::ReadFileBytes(kiv::test::TempPath("sys/class/backlight/b_other/brightness")),
-        "1\n");
+    auto read = [](const char* name) {
+        return kiv::test::ReadFileBytes(kiv::test::TempPath("sys/class/backlight/") + name);
+    };
+    EXPECT_EQ(read("a_panel/brightness"), "77\n");
+    EXPECT_EQ(read("b_other/brightness"), "1\n");
 }
 
-TEST_F(MShellTest, WithoutABacklightBrightnessCallsFail) {
-    MShell shell;
-    unsigned int level = 0;
-    EXPECT_EQ(shell.SetMainBrightnessLevel(3), kFailed);
-    EXPECT_EQ(shell.GetMainBrightnessLevel(level), kFailed);
-    EXPECT_FALSE(std::filesystem::exists(kiv::test::TempPath("sys/class/backlight")));
-}
-
-TEST_F(MShellTest, BatteryAndMainsAreReadOnceAtConstruction) {
+TEST_F(MShellTest, BatteryAndMainsAreReadOnceAtConstructionAndUnknownWithoutThem) {
+    WriteAttribute("power_supply/usb/type", "USB\n");
+    int status = 0;
+    {
+        MShell shell;
+        EXPECT_EQ(Get(shell, &MShell::GetBatteryLifePercent), Answer(0, 255));
+        EXPECT_EQ(shell.GetChargingStatus(status), 0u);
+        EXPECT_EQ(status, 255);
+    }
     WriteAttribute("power_supply/AC/type", "Mains\n");
     WriteAttribute("power_supply/AC/online", "1\n");
     WriteAttribute("power_supply/BAT0/type", "Battery\n");
     WriteAttribute("power_supply/BAT0/capacity", "57\n");
     MShell shell;
     WriteAttribute("power_supply/BAT0/capacity", "12\n");
-    unsigned int percent = 0;
-    int status = 0;
-    EXPECT_EQ(shell.GetBatteryLifePercent(percent), 0u);
-    EXPECT_EQ(percent, 57u);
-    EXPECT_EQ(shell.GetChargingStatus(status), 0);
+    EXPECT_EQ(Get(shell, &MShell::GetBatteryLifePercent), Answer(0, 57));
+    EXPECT_EQ(shell.GetChargingStatus(status), 0u);
     EXPECT_EQ(status, 1);
     MShell fresh;
-    EXPECT_EQ(fresh.GetBatteryLifePercent(percent), 0u);
-    EXPECT_EQ(percent, 12u);
-}
-
-TEST_F(MShellTest, AbsentBatteryAndMainsAreUnknown) {
-    WriteAttribute("power_supply/usb/type", "USB\n");
-    MShell shell;
-    unsigned int percent = 0;
-    int status = 0;
-    EXPECT_EQ(shell.GetBatteryLifePercent(percent), 0u);
-    EXPECT_EQ(percent, 255u);
-    EXPECT_EQ(shell.GetChargingStatus(status), 0u);
-    EXPECT_EQ(status, 255);
+    EXPECT_EQ(Get(fresh, &MShell::GetBatteryLifePercent), Answer(0, 12));
 }
 
 TEST_F(MShellTest, LanguageNamesAreEnglish) {
     MShell shell;
-    wchar_t name[32];
-    EXPECT_EQ(shell.GetLanguageString(0x0409, name, 32), 0u);
-    EXPECT_STREQ(name, L"English");
-    EXPECT_EQ(shell.GetLanguageString(0x0407, name, 32), 0u);
-    EXPECT_STREQ(name, L"German");
-    EXPECT_EQ(shell.GetLanguageString(0x0804, name, 32), 0u);
-    EXPECT_STREQ(name, L"Chinese");
-    EXPECT_EQ(shell.GetLanguageString(0x0407, name, 7), 0u);  // "German" and its terminator
-    EXPECT_EQ(shell.GetLanguageString(0x0407, name, 6), kFailed);
+    auto name = [&](unsigned int lcid, unsigned int size = 32) {
+        wchar_t buffer[32] = L"";
+        const unsigned int result = shell.GetLanguageString(lcid, buffer, size);
+        return std::make_pair(result, std::wstring(buffer));
+    };
+    EXPECT_EQ(name(0x0409), std::make_pair(0u, std::wstring(L"English")));
+    EXPECT_EQ(name(0x0407), std::make_pair(0u, std::wstring(L"German")));
+    EXPECT_EQ(name(0x0804), std::make_pair(0u, std::wstring(L"Chinese")));
+    EXPECT_EQ(name(0x0407, 7).first, 0u) << "\"German\" and its terminator";
+    EXPECT_EQ(name(0x0407, 6).first, kFailed);
+    EXPECT_EQ(name(0x7FFF).first, kFailed);
+    EXPECT_EQ(name(0x0000).first, kFailed);
     EXPECT_EQ(shell.GetLanguageString(0x0407, nullptr, 32), kFailed);
-    EXPECT_EQ(shell.GetLanguageString(0x7FFF, name, 32), kFailed);
-    EXPECT_EQ(shell.GetLanguageString(0x0000, name, 32), kFailed);
 }
 
 TEST_F(MShellTest, UserLanguageIsKeptInTheRegistryAndDefaultsToTheProcessLocale) {
@@ -229,14 +209,11 @@ TEST_F(MShellTest, UserLanguageIsKeptInTheRegistryAndDefaultsToTheProcessLocale)
     const std::string savedLang = oldLang != nullptr ? oldLang : "";
     setenv("LANG", "de_DE.UTF-8", 1);
     MShell shell;
-    unsigned int lcid = 0;
-    EXPECT_EQ(shell.GetCurrentLanguage(lcid), 0u);
-    EXPECT_EQ(lcid, 0x0407u);
+    EXPECT_EQ(Get(shell, &MShell::GetCurrentLanguage), Answer(0, 0x0407));
     EXPECT_EQ(shell.SetCurrentLanguage(0x0804), 0u);
     EXPECT_EQ(shell.SetCurrentLanguage(0x7FFF), kFailed);
     MShell another;
-    EXPECT_EQ(another.GetCurrentLanguage(lcid), 0u);
-    EXPECT_EQ(lcid, 0x0804u);
+    EXPECT_EQ(Get(another, &MShell::GetCurrentLanguage), Answer(0, 0x0804));
     if (oldLang != nullptr) {
         setenv("LANG", savedLang.c_str(), 1);
     } else {
