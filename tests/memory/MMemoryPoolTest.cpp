@@ -88,25 +88,6 @@ struct PoolModel {
 
 }  // namespace
 
-TEST(MMemoryPool, APartitionIsCarvedFromByte4AndHandsOutItsHighestObjectFirst) {
-    CountingSource source;
-    MMemoryPool pool(104, 8, kNoLimit, &source);
-    char* partition = nullptr;
-    for (int i = 0; i < 12; ++i) {
-        char* p = static_cast<char*>(pool.Allocate());
-        partition = i == 0 ? source.last : partition;
-        EXPECT_EQ(p, partition + 92 - 8 * i);
-    }
-    EXPECT_EQ(source.grants, 1u) << "12 objects, 4 bytes left over";
-    void* next = pool.Allocate();
-    EXPECT_EQ(next, source.last + 92);
-    EXPECT_EQ(source.grants, 2u);
-    EXPECT_EQ(UsageOf(pool), std::make_pair(208u, 13u * 8u));
-    MMemoryPool tiny(104, 2, kNoLimit, &source);
-    void* p = tiny.Allocate();
-    EXPECT_EQ(p, source.last + 100) << "2-byte objects are raised to 4";
-}
-
 TEST(MMemoryPool, AllocateStopsForGoodAtTheMaximumAndCountsTheObjectWhenMemoryLacks) {
     CountingSource source;
     MMemoryPool capped(100, 8, 100, &source);
@@ -123,12 +104,25 @@ TEST(MMemoryPool, AllocateStopsForGoodAtTheMaximumAndCountsTheObjectWhenMemoryLa
     EXPECT_EQ(noSource.Allocate(), nullptr);
 }
 
-TEST(MMemoryPool, OnlyItsOwnObjectsAreTakenBack) {
+TEST(MMemoryPool, APartitionIsCarvedFromByte4HandsOutItsHighestObjectFirstAndTakesBackOnlyThem) {
     CountingSource source;
     MMemoryPool pool(104, 8, kNoLimit, &source);
-    char* p = static_cast<char*>(pool.Allocate());
-    char* q = static_cast<char*>(pool.Allocate());
+    std::vector<char*> objects;
+    for (int i = 0; i < 12; ++i) {
+        objects.push_back(static_cast<char*>(pool.Allocate()));
+    }
     char* partition = source.last;
+    for (int i = 0; i < 12; ++i) {
+        EXPECT_EQ(objects[i], partition + 92 - 8 * i);
+    }
+    EXPECT_EQ(source.grants, 1u) << "12 objects, 4 bytes left over";
+    void* next = pool.Allocate();
+    EXPECT_EQ(next, source.last + 92);
+    EXPECT_EQ(source.grants, 2u);
+    EXPECT_EQ(UsageOf(pool), std::make_pair(208u, 13u * 8u));
+
+    char* p = objects[0];
+    char* q = objects[1];
     char foreign[16];
     EXPECT_EQ(pool.Release(nullptr), kInvalid);
     EXPECT_EQ(pool.Release(p + 2), kInvalid);
@@ -136,12 +130,16 @@ TEST(MMemoryPool, OnlyItsOwnObjectsAreTakenBack) {
     for (char* bad : {p + 4, partition + 100, partition, foreign}) {
         EXPECT_EQ(pool.Release(bad), 0u);
     }
-    EXPECT_EQ(UsageOf(pool).second, 16u);
+    EXPECT_EQ(UsageOf(pool).second, 13u * 8u);
     EXPECT_EQ(pool.Release(p), 0u);
     EXPECT_EQ(pool.Release(q), 0u);
-    EXPECT_EQ(pool.Allocate(), q);
+    EXPECT_EQ(UsageOf(pool).second, 11u * 8u);
+    EXPECT_EQ(pool.Allocate(), q) << "last in, first out";
     EXPECT_EQ(pool.Allocate(), p);
-    EXPECT_EQ(pool.Allocate(), partition + 76);
+
+    MMemoryPool tiny(104, 2, kNoLimit, &source);
+    void* first = tiny.Allocate();
+    EXPECT_EQ(first, source.last + 100) << "2-byte objects are raised to 4";
 }
 
 TEST(MMemoryVariableSizedPool, SizesGoToTheirFourByteClassAndAtMostClassCountMinusOnePoolsExist) {
