@@ -29,8 +29,15 @@ public:
 };
 
 TEST(MThread, StartRunsTheRunnableOnceAndIdAndPriorityFollowTheThread) {
+    // The work is the runnable, not an override of Run.
+    class Derived : public MThread {
+    public:
+        explicit Derived(IRunnable* r) : MThread(r) {}
+        void Run() override { overrideRan.store(true); }
+        std::atomic<bool> overrideRan{false};
+    };
     CountingRunnable work;
-    MThread thread(&work);
+    Derived thread(&work);
     EXPECT_EQ(thread.GetId(), 0u);
     EXPECT_EQ(thread.GetPriority(), 0x7FFFFFFF);  // the failed query on no thread
     thread.SetPriority(3);                        // not remembered
@@ -45,6 +52,7 @@ TEST(MThread, StartRunsTheRunnableOnceAndIdAndPriorityFollowTheThread) {
     thread.Start();
     thread.WaitForStop();
     EXPECT_EQ(work.runs.load(), 1);
+    EXPECT_FALSE(thread.overrideRan.load());
 }
 
 TEST(MThread, WaitForStopWaitsForRunToReturnAndReturnsAtOnceWithoutAThread) {
@@ -87,21 +95,6 @@ TEST(MThread, DestroyingTheObjectLeavesTheThreadRunning) {
     while (!work.finished.load()) {
         std::this_thread::yield();
     }
-}
-
-TEST(MThread, TheWorkIsTheRunnableNotAnOverrideOfRun) {
-    class Derived : public MThread {
-    public:
-        explicit Derived(IRunnable* r) : MThread(r) {}
-        void Run() override { overrideRan.store(true); }
-        std::atomic<bool> overrideRan{false};
-    };
-    CountingRunnable work;
-    Derived thread(&work);
-    thread.Start();
-    thread.WaitForStop();
-    EXPECT_EQ(work.runs.load(), 1);
-    EXPECT_FALSE(thread.overrideRan.load());
 }
 
 TEST(MThread, CopyingMovesTheThread) {
