@@ -25,14 +25,14 @@ using kiv::platform::WaitForAny;
 
 constexpr int kLong = 30000;  // for things that must happen
 
-// Threads that each wait once on `object` and record the result.
+// Threads that each wait once on `object` and count how their waits end.
 class Waiters {
 public:
-    Waiters(const Waitable& object, int count) : m_results(count) {
+    Waiters(const Waitable& object, int count) {
         for (int i = 0; i < count; ++i) {
             m_threads.emplace_back([this, &object, i] {
                 m_tids[i].store(kiv::test::CurrentThreadId());
-                m_results[i].store(WaitFor(object, kLong));
+                m_succeeded.fetch_add(WaitFor(object, kLong) == 0 ? 1 : 0);
                 m_done.fetch_add(1);
             });
         }
@@ -67,17 +67,11 @@ public:
         }
     }
     // The waits that ended with the object signalled.
-    int Succeeded() const {
-        int n = 0;
-        for (const auto& r : m_results) {
-            n += r.load() == 0 ? 1 : 0;
-        }
-        return n;
-    }
+    int Succeeded() const { return m_succeeded.load(); }
 
 private:
-    std::vector<std::atomic<int>> m_results;
     std::atomic<int> m_tids[8] = {};
+    std::atomic<int> m_succeeded{0};
     std::atomic<int> m_done{0};
     std::vector<std::thread> m_threads;
 };
