@@ -169,12 +169,11 @@ TEST_F(Parser, NvaAndNvpCountOnlyBeforeTheFirstRmc) {
     Send(nva);
     EXPECT_EQ(Str(L"SIV_INFO"), "10,45,120,38,;11,45,120,38,;");
     Send("GPNVP,940323,123519.50,4807.038,N,01131.000,E,1,0,0.8,545.4,0,90,0,12.5,0,0");
-    EXPECT_EQ(Dword(L"IS_ACTIVE"), 10u);
+    EXPECT_EQ(Dwords({L"IS_ACTIVE", L"DIRECTION", L"LAT_DEG"}),
+              (std::vector<std::uint32_t>{10, 90, 48}));
     EXPECT_EQ(Str(L"UTCDate"), "230394") << "the groups of the date, reversed";
     EXPECT_EQ(Str(L"SPEED"), "12.5") << "copied as received";
-    EXPECT_EQ(Dword(L"DIRECTION"), 90u);
     EXPECT_EQ(Str(L"HDOP"), "0.8");
-    EXPECT_EQ(Dword(L"LAT_DEG"), 48u);
     Send(kRmc);
     out.strings.erase(L"SPEED");
     Send("GPNVP,230394,123520.50,4807.038,N,01131.000,E,1,0,0.8,545.4,0,90,0,99.9,0,0");
@@ -266,9 +265,7 @@ TEST_F(Parser, DemoPacingSleepsForStepsUnderTwoSeconds) {
     Send("GPRMC,123559.00,A,4807.038,N,01131.000,E,0,0,230394,,");
     Send("GPRMC,123600.00,A,4807.038,N,01131.000,E,0,0,230394,,");  // across a minute
     Send("GPRMC,123559.00,A,4807.038,N,01131.000,E,0,0,230394,,");  // backwards
-    ASSERT_EQ(out.sleeps.size(), 2u);
-    EXPECT_EQ(out.sleeps[0], 1000u);
-    EXPECT_EQ(out.sleeps[1], 500u);
+    EXPECT_EQ(out.sleeps, (decltype(out.sleeps){1000, 500}));
     parser.SetDemoMode(false);
     Send("GPRMC,123600.00,A,4807.038,N,01131.000,E,0,0,230394,,");
     EXPECT_EQ(out.sleeps.size(), 2u);
