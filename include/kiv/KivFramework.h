@@ -25,3 +25,9 @@
 #include <kiv/memory/MMemoryVariableSizedPool.h>
 
 #include <kiv/system/MProcessManager.h>
+
+#include <kiv/ipc/IpcObject.h>
+#include <kiv/ipc/MIpc.h>
+#include <kiv/ipc/MIpcServer.h>
+#include <kiv/ipc/MIpcService.h>
+#include <kiv/ipc/MessageWindow.h>
