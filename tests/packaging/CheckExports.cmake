@@ -7,7 +7,10 @@ endif()
 foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix"
                  "kiv::system::memory::MGeneralAllocator"
                  "kiv::system::MThreadImplPosix" "kiv::system::concurrent::MMutexImpl"
-                 "kiv::system::concurrent::MConcurObjectImpl")
+                 "kiv::system::concurrent::MConcurObjectImpl"
+                 "kiv::ipc::detail::" "kiv::ipc::MIpcImpl" "kiv::ipc::MIpcServerImpl"
+                 "kiv::ipc::MIpcServiceImpl" "kiv::ipc::MIpcRecordHolder"
+                 "kiv::ipc::MIpcShared")
   string(FIND "${symbols}" "${internal}" at)
   if(NOT at EQUAL -1)
     message(FATAL_ERROR "internal symbols exported: ${internal}")
@@ -20,7 +23,10 @@ foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT6
                "vtable for kiv::system::memory::IMemoryAllocation"
                "kiv::system::concurrent::MMutex::Aquire" "kiv::system::concurrent::MLock::TryLock"
                "kiv::system::concurrent::MConcurObject::NotifyAll" "kiv::system::MThread::Start"
-               "vtable for kiv::system::IRunnable" "vtable for kiv::system::MThread")
+               "vtable for kiv::system::IRunnable" "vtable for kiv::system::MThread"
+               "kiv::ipc::MIpc::GetServiceList" "kiv::ipc::MIpcService::SendCommand"
+               "vtable for kiv::ipc::MIpcServer" "kiv::ipc::PumpWindowMessages"
+               "kiv::ipc::SendWindowMessage")
   string(FIND "${symbols}" "${public}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "public symbol not exported: ${public}")
