@@ -160,7 +160,8 @@ void BM_SendWindowMessageAcrossProcesses(benchmark::State& state) {
     }
     AwaitFlag(ready);
     const HWND window = FindMessageWindow(L"bench window", nullptr);
-    RoundTrips(state).Run([&] { benchmark::DoNotOptimize(SendWindowMessage(window, kPing, 1, 0)); });
+    RoundTrips(state).Run(
+        [&] { benchmark::DoNotOptimize(SendWindowMessage(window, kPing, 1, 0)); });
     SendWindowMessage(window, kQuit, 0, 0);
     waitpid(child, nullptr, 0);
     munmap(ready, 4096);
@@ -229,8 +230,9 @@ int main(int argc, char** argv) {
     }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    for (const auto& [kind, name] : {std::pair{"waitables", L"table"}, std::pair{"windows", L"table"},
-                                     std::pair{"section", L"IPC_Shar"}}) {
+    for (const auto& [kind, name] :
+         {std::pair{"waitables", L"table"}, std::pair{"windows", L"table"},
+          std::pair{"section", L"IPC_Shar"}}) {
         shm_unlink(kiv::platform::SystemObjectName(kind, name).c_str());
     }
     return 0;
