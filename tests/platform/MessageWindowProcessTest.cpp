@@ -6,7 +6,10 @@
 
 #include <atomic>
 #include <future>
+#include <memory>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "platform/MessageWindow.h"
 #include "platform/support/WindowMessages.h"
@@ -114,6 +117,39 @@ TEST(MessageWindowAcrossProcesses, AProcessKilledHoldingTheTableLockLeavesItUsab
     ASSERT_TRUE(TakeWindowCensus(&census));
     EXPECT_EQ(census.windows, 1);
     EXPECT_TRUE(census.consistent);
+    EXPECT_TRUE(DestroyMessageWindow(mine));
+}
+
+TEST(MessageWindowAcrossProcesses, ProcessesKilledAtRandomMomentsLeaveTheTableConsistent) {
+    std::mt19937 random(4242);
+    std::vector<std::unique_ptr<HelperProcess>> children;
+    for (int round = 0; round < 40; ++round) {
+        children.push_back(std::make_unique<HelperProcess>(
+            Child(), std::vector<std::string>{"churn", std::to_string(round)}));
+        ASSERT_TRUE(children.back()->AwaitReady());
+        if (children.size() > 3) {
+            // Kill one of them at a moment nobody chose, often inside the lock.
+            usleep(static_cast<useconds_t>(random() % 20000));
+            const std::size_t victim = random() % children.size();
+            children[victim]->Kill();
+            children[victim]->Wait();
+            children.erase(children.begin() + static_cast<std::ptrdiff_t>(victim));
+        }
+    }
+    for (auto& child : children) {
+        child->Kill();
+        child->Wait();
+    }
+    EXPECT_EQ(FindMessageWindow(L"churn", std::nullopt), nullptr);  // noticed dead, removed
+    WindowCensus census;
+    ASSERT_TRUE(TakeWindowCensus(&census));
+    EXPECT_TRUE(census.consistent);
+    EXPECT_EQ(census.windows, 0);
+    const HWND mine = CreateMessageWindow(L"survivor", L"", Procedure);
+    ASSERT_TRUE(PostWindowMessage(mine, kAdd, 1, 1));
+    WindowMessage m;
+    EXPECT_EQ(GetWindowMessage(&m, 1000), 1);
+    EXPECT_EQ(SendWindowMessage(mine, kAdd, 2, 3), 5);
     EXPECT_TRUE(DestroyMessageWindow(mine));
 }
 

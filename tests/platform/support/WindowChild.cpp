@@ -8,6 +8,8 @@
 //                                   message; exits 0 if every result was right
 //   hang <class>                    creates a window and sleeps until killed
 //   hang-locked <class>             the same, holding the window table's lock
+//   churn <seed>                    creates, posts to, sends to, pumps and destroys
+//                                   windows of class "churn" until killed
 #include <unistd.h>
 
 #include <cstdlib>
@@ -82,6 +84,31 @@ int Mutual(const char* className, const char* peerClass, int count) {
     return right ? 0 : 1;
 }
 
+[[noreturn]] void Churn(unsigned seed) {
+    std::srand(seed);
+    kiv::test::ReportReady();
+    HWND kept[3] = {};
+    for (unsigned n = 0;; ++n) {
+        const HWND mine = CreateMessageWindow(L"churn", L"child", Procedure);
+        PostWindowMessage(mine, kSequence, 0, 0);
+        if (const HWND other = FindMessageWindow(L"churn", std::nullopt)) {
+            if (std::rand() % 2 == 0) {
+                PostWindowMessage(other, kSequence, 1, 0);
+            } else {
+                SendWindowMessage(other, kAdd, 1, 2);
+            }
+        }
+        PumpWindowMessages(0);
+        if (std::rand() % 4 != 0) {
+            DestroyMessageWindow(mine);
+        } else {
+            // A few windows stay alive for a while, to be found by others.
+            DestroyMessageWindow(kept[n % 3]);
+            kept[n % 3] = mine;
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -103,6 +130,9 @@ int main(int argc, char** argv) {
         Create(argv[2]);
         kiv::test::ReportReady();
         SleepForever();
+    }
+    if (command == "churn") {
+        Churn(static_cast<unsigned>(std::atoi(argv[2])));
     }
     if (command == "hang-locked") {
         Create(argv[2]);
