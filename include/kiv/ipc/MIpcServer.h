@@ -33,12 +33,14 @@ public:
     /// Adds (or overwrites) a command; its slot, or 0xFFFFFFFF when five
     /// exist or the name or handler is missing.
     unsigned int AddCommand(const wchar_t* name, int (*handler)(void*), const wchar_t* description);
-    /// Removes a command; only removing the last one added is well defined.
+    /// Removes a command. Only the last command is removed cleanly: removing
+    /// another lowers the count and clears the last entry instead.
     unsigned int RemoveCommand(const wchar_t* name);
     /// Adds an event; its slot, 0 when five exist, 0xFFFFFFFF for a
     /// duplicate or a missing name.
     unsigned int AddEvent(const wchar_t* name, const wchar_t* description);
-    /// Removes an event of a registered server.
+    /// Removes an event of a registered server (the last one cleanly, as
+    /// for commands); does nothing before the server is registered.
     unsigned int RemoveEvent(const wchar_t* name);
     /// Delivers `size` bytes of `data` (at most 1,023 kept; none when null or
     /// 0) to every subscriber of the event, waiting for each; always 0.

@@ -33,7 +33,7 @@ struct WindowMessage {
 constexpr unsigned int WINDOW_QUIT_MESSAGE = 0x0012;
 
 /// Creates a window owned by the calling thread. Null if a name is longer
-/// than 256 characters, the procedure is null, or the window table is full.
+/// than 256 UTF-16 code units, the procedure is null, or the table is full.
 KIV_API HWND CreateMessageWindow(const wchar_t* className, const wchar_t* title,
                                  WindowProcedure procedure);
 /// Destroys a window of the calling thread; false for any other handle.
