@@ -7,9 +7,12 @@
 #include <kiv/ipc/MIpc.h>
 #include <kiv/ipc/MessageWindow.h>
 
+#include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "ipc/IpcDirectory.h"
 #include "support/HelperProcess.h"
 #include "support/KivTestEnvironment.h"
 
@@ -139,6 +142,34 @@ TEST(IpcAcrossProcesses, ServersEndWithTheirProcessesUnregistrationAndSendsToThe
     MIpcService service;
     ASSERT_EQ(ipc.GetService(L"srv", service), 0u);           // nothing removes its record
     EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), 0u);  // and the send returns
+}
+
+TEST(IpcAcrossProcesses, ProcessesStartingTogetherShareOneSectionAndOneIdCounter) {
+    // This process stays away from the section until all of them run, so
+    // that they race to create and initialise it.
+    std::vector<std::unique_ptr<ServerProcess>> servers;
+    for (int i = 0; i < 8; ++i) {
+        servers.push_back(std::make_unique<ServerProcess>("race" + std::to_string(i)));
+    }
+    for (auto& server : servers) {
+        ASSERT_TRUE(server->Ready());
+    }
+    auto* directory = kiv::ipc::detail::IpcDirectory::Current();
+    ASSERT_NE(directory, nullptr);
+    std::set<std::uint32_t> ids;
+    for (auto& record : directory->Records()) {
+        const kiv::ipc::detail::Bytes r(record);
+        for (int c = 0; c < r.Count(kiv::ipc::detail::kCommandCountAt, 5); ++c) {
+            ids.insert(r.U32(kiv::ipc::detail::CommandAt(static_cast<std::size_t>(c))));
+        }
+    }
+    EXPECT_EQ(directory->Records().size(), 8u);
+    ASSERT_EQ(ids.size(), 24u);  // three commands each, registered; "late" is private
+    EXPECT_EQ(*ids.begin(), 1u);
+    EXPECT_LE(*ids.rbegin(), 32u);
+    // 32 ids handed out, the private "late" commands taking the other eight:
+    // no process started the counter again.
+    EXPECT_EQ(directory->Section().U32(kiv::ipc::detail::kNextObjectIdAt), 33u);
 }
 
 TEST(IpcAcrossProcesses, AClientKilledHoldingTheDirectoryLockDoesNotBlockTheNext) {
