@@ -320,7 +320,8 @@ int IpcDirectory::Subscribe(std::u16string_view server, std::u16string_view even
     for (; free < kMaxSubscribers; ++free) {
         const std::size_t at = record + SubscriberAt(e, free);
         if (s.U32(at + kSubscriberCallbackAt) == token) {
-            return s.I32(at + kSubscriberIdAt);  // subscribed already
+            // Only the callback is compared, not the window: subscribed already.
+            return s.I32(at + kSubscriberIdAt);
         }
         if (s.I32(at + kSubscriberIdAt) < 1) {
             break;
