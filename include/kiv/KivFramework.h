@@ -23,6 +23,12 @@
 #include <kiv/gps/MGPSService.h>
 #include <kiv/gps/MNmeaParser.h>
 
+#include <kiv/ipc/IpcObject.h>
+#include <kiv/ipc/MIpc.h>
+#include <kiv/ipc/MIpcServer.h>
+#include <kiv/ipc/MIpcService.h>
+#include <kiv/ipc/MessageWindow.h>
+
 #include <kiv/memory/IMemoryAllocation.h>
 #include <kiv/memory/MAllocatorManager.h>
 #include <kiv/memory/MMemoryChunk.h>

@@ -25,7 +25,8 @@ namespace kiv::platform {
 
 namespace detail {
 struct WaitableBody;
-}
+struct WaitableAccess;
+}  // namespace detail
 
 /// Timeout that waits forever.
 inline constexpr int kInfinite = -1;
@@ -97,6 +98,8 @@ public:
 
 private:
     explicit Event(detail::WaitableBody* body) noexcept : Waitable(body) {}
+
+    friend struct detail::WaitableAccess;
 };
 
 class Semaphore : public Waitable {

@@ -3,7 +3,10 @@
 #include <chrono>
 #include <cwctype>
 #include <new>
+#include <optional>
+#include <string_view>
 
+#include "platform/MessageWindow.h"
 #include "system/MProcessManagerImpl.h"
 
 namespace kiv::system::process {
@@ -12,6 +15,7 @@ namespace {
 constexpr unsigned int kNoImplementation = 0xFF;
 constexpr unsigned int kFailed = static_cast<unsigned int>(-1);
 constexpr unsigned int kCannotOpen = static_cast<unsigned int>(-2);
+constexpr unsigned int kCannotEnd = static_cast<unsigned int>(-3);
 
 std::uint32_t TickCount() {
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -29,6 +33,11 @@ bool SameNameIgnoringCase(const std::wstring& a, const wchar_t* b) {
         }
     }
     return b[i] == L'\0';
+}
+
+// A null name matches any window, as the device's window search takes it.
+std::optional<std::wstring_view> Criterion(const wchar_t* text) {
+    return text == nullptr ? std::nullopt : std::optional<std::wstring_view>(text);
 }
 
 }  // namespace
@@ -209,17 +218,37 @@ unsigned int MProcessManagerImpl::CloseProcessByExeFileName(const wchar_t* exeNa
     });
 }
 
-// Windows are not available yet: no window is ever found.
-unsigned int MProcessManagerImpl::CloseWindowByClassName(const wchar_t*) {
-    return kFailed;
+// The window is looked up in the window table of the namespace; its owner
+// process is ended with a kill, as CloseProcessByID does.
+unsigned int MProcessManagerImpl::CloseWindow(std::optional<std::wstring_view> className,
+                                              std::optional<std::wstring_view> title) {
+    const HWND window = platform::FindMessageWindow(className, title);
+    if (window == nullptr) {
+        return kFailed;
+    }
+    std::uint32_t pid = 0;
+    platform::GetWindowOwner(window, &pid);
+    if (pid == 0) {
+        return kCannotOpen;
+    }
+    return platform::KillProcess(pid) ? 0 : kCannotEnd;
 }
 
-unsigned int MProcessManagerImpl::CloseWindowByTitle(const wchar_t*) {
-    return kFailed;
+unsigned int MProcessManagerImpl::CloseWindowByClassName(const wchar_t* className) {
+    return CloseWindow(Criterion(className), std::nullopt);
 }
 
-unsigned int MProcessManagerImpl::GetWindowProcessID(HWND, unsigned int*) {
-    return 0;
+unsigned int MProcessManagerImpl::CloseWindowByTitle(const wchar_t* title) {
+    return CloseWindow(std::nullopt, Criterion(title));
+}
+
+unsigned int MProcessManagerImpl::GetWindowProcessID(HWND window, unsigned int* processId) {
+    std::uint32_t pid = 0;
+    const std::uint32_t thread = platform::GetWindowOwner(window, &pid);
+    if (thread != 0 && processId != nullptr) {
+        *processId = pid;
+    }
+    return thread;
 }
 
 // --- facade -------------------------------------------------------------------

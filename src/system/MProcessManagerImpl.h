@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -48,6 +50,8 @@ private:
     void TakeSample(ThreadSample& sample);
     template <typename Match>
     unsigned int CloseMatching(Match&& match);
+    unsigned int CloseWindow(std::optional<std::wstring_view> className,
+                             std::optional<std::wstring_view> title);
 
     std::mutex m_lock;  // copies of the facade may be used from several threads
     std::vector<platform::ProcessRecord> m_processes;

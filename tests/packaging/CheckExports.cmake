@@ -8,7 +8,10 @@ foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix"
                  "kiv::system::memory::MGeneralAllocator"
                  "kiv::system::MThreadImplPosix" "kiv::system::concurrent::MMutexImpl"
                  "kiv::system::concurrent::MConcurObjectImpl"
-                 "kiv::system::MRegistryImpl" "kiv::system::MShellImpl" "sqlite3_" "snd_mixer")
+                 "kiv::system::MRegistryImpl" "kiv::system::MShellImpl" "sqlite3_" "snd_mixer"
+                 "kiv::ipc::detail::" "kiv::ipc::MIpcImpl" "kiv::ipc::MIpcServerImpl"
+                 "kiv::ipc::MIpcServiceImpl" "kiv::ipc::MIpcRecordHolder"
+                 "kiv::ipc::MIpcShared")
   string(FIND "${symbols}" "${internal}" at)
   if(NOT at EQUAL -1)
     message(FATAL_ERROR "internal symbols exported: ${internal}")
@@ -24,7 +27,10 @@ foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT6
                "vtable for kiv::system::IRunnable" "vtable for kiv::system::MThread"
                "kiv::system::MRegistry::RecurseDeleteKey" "kiv::system::MRegistryKey::EnumValue"
                "kiv::system::MShell::EnableMute" "kiv::log::MDebugLog::ErrorPrintf"
-               "vtable for kiv::log::MDebugLog")
+               "vtable for kiv::log::MDebugLog"
+               "kiv::ipc::MIpc::GetServiceList" "kiv::ipc::MIpcService::SendCommand"
+               "vtable for kiv::ipc::MIpcServer" "kiv::ipc::PumpWindowMessages"
+               "kiv::ipc::SendWindowMessage")
   string(FIND "${symbols}" "${public}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "public symbol not exported: ${public}")

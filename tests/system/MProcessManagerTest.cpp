@@ -1,3 +1,4 @@
+#include <kiv/ipc/MessageWindow.h>
 #include <kiv/system/MProcessManager.h>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <thread>
 
 #include "foundation/Text.h"
+#include "support/HelperProcess.h"
 #include "support/KivTestEnvironment.h"
 
 using kiv::system::process::MProcessManager;
@@ -169,13 +171,30 @@ TEST(MProcessManager, AProcessThatCannotBeSignalledGivesMinusTwo) {
     }
 }
 
-TEST(MProcessManager, WindowQueriesFindNoWindow) {
+TEST(MProcessManager, WindowsAreClosedByEndingTheirOwnerProcess) {
     MProcessManager manager;
     EXPECT_EQ(manager.CloseWindowByTitle(L"no window has this title"), kFailed);
     EXPECT_EQ(manager.CloseWindowByClassName(L"no-such-class"), kFailed);
     unsigned int pid = 42;
     EXPECT_EQ(manager.GetWindowProcessID(nullptr, &pid), 0u);
     EXPECT_EQ(pid, 42u);
+
+    // The helper's windows are titled "child" and named by the class given.
+    const std::string helper = kiv::test::HelperPath("kiv_window_child");
+    kiv::test::HelperProcess byClass(helper, {"hang", "kiv-close-me"});
+    kiv::test::HelperProcess byTitle(helper, {"hang", "kiv-other"});
+    ASSERT_TRUE(byClass.AwaitReady());
+    const HWND window = kiv::ipc::FindMessageWindow(L"kiv-close-me", nullptr);
+    ASSERT_NE(window, nullptr);
+    EXPECT_NE(manager.GetWindowProcessID(window, &pid), 0u);
+    EXPECT_EQ(pid, static_cast<unsigned int>(byClass.Pid()));
+    EXPECT_EQ(manager.CloseWindowByClassName(L"kiv-close-me"), 0u);
+    EXPECT_EQ(byClass.Wait(), 128 + 9);
+    EXPECT_EQ(manager.CloseWindowByClassName(L"kiv-close-me"), kFailed);  // gone with it
+
+    ASSERT_TRUE(byTitle.AwaitReady());
+    EXPECT_EQ(manager.CloseWindowByTitle(L"child"), 0u);
+    EXPECT_EQ(byTitle.Wait(), 128 + 9);
 }
 
 TEST(MProcessManager, CopiesShareOneSnapshot) {

@@ -20,6 +20,7 @@
 #include "platform/Namespace.h"
 #include "platform/Waitable.h"
 #include "platform/WaitableDiagnostics.h"
+#include "platform/posix/ProcessIdentityPosix.h"
 
 namespace kiv::platform::posix {
 namespace {
@@ -77,83 +78,8 @@ struct TableLayout {
 
 namespace {
 
-struct ProcessIdentity {
-    std::int32_t pid;
-    std::uint64_t startTime;
-};
-
-// Reads the state letter and the start time of `pid` from /proc/<pid>/stat.
-// The command name (field 2) may hold spaces and parentheses, so fields are
-// counted from the last ')'.
-bool ReadProcessStat(std::int32_t pid, char* state, std::uint64_t* startTime) {
-    char path[64];
-    std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    char buffer[1024];
-    ssize_t n;
-    do {
-        n = read(fd, buffer, sizeof buffer - 1);
-    } while (n < 0 && errno == EINTR);
-    close(fd);
-    if (n <= 0) {
-        return false;
-    }
-    buffer[n] = '\0';
-    const char* p = std::strrchr(buffer, ')');
-    if (p == nullptr) {
-        return false;
-    }
-    ++p;
-    // Field 3 is the state, field 22 the start time.
-    for (int field = 3; field <= 22; ++field) {
-        while (*p == ' ') {
-            ++p;
-        }
-        if (*p == '\0') {
-            return false;
-        }
-        if (field == 3) {
-            *state = *p;
-        } else if (field == 22) {
-            char* end = nullptr;
-            *startTime = std::strtoull(p, &end, 10);
-            return end != p;
-        }
-        while (*p != ' ' && *p != '\0') {
-            ++p;
-        }
-    }
-    return false;
-}
-
 ProcessIdentity Self() {
-    static std::mutex lock;
-    static ProcessIdentity cached{0, 0};
-    const std::int32_t pid = getpid();
-    std::lock_guard<std::mutex> guard(lock);
-    if (cached.pid != pid) {  // first call, or a forked child
-        char state = 0;
-        std::uint64_t started = 0;
-        ReadProcessStat(pid, &state, &started);
-        cached = {pid, started};
-    }
-    return cached;
-}
-
-bool ProcessIsAlive(std::int32_t pid, std::uint64_t startTime) {
-    char state = 0;
-    std::uint64_t started = 0;
-    if (!ReadProcessStat(pid, &state, &started)) {
-        // Without /proc only existence can be told: a reused pid then keeps
-        // the dead process's handles until the new process ends.
-        return kill(pid, 0) == 0 || errno == EPERM;
-    }
-    // A zombie has released everything; a different start time is a new
-    // process that reused the pid.
-    return state != 'Z' && state != 'X' && started == startTime;
+    return CurrentProcessIdentity();
 }
 
 std::uint64_t HashName(std::u16string_view name) {

@@ -437,4 +437,16 @@ std::uint32_t TickCount() {
     return static_cast<std::uint32_t>(ms);
 }
 
+Event detail::WaitableAccess::EventOnState(posix::WaitState* state, EventReset reset, bool shared) {
+    auto* body = new (std::nothrow) WaitableBody;
+    if (body == nullptr || state == nullptr) {
+        delete body;
+        return Event();
+    }
+    body->state = state;
+    body->kind = EventKind(reset);
+    body->shared = shared;
+    return Event(body);
+}
+
 }  // namespace kiv::platform

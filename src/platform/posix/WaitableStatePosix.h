@@ -20,6 +20,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/Waitable.h"
+
 namespace kiv::platform::posix {
 
 enum class ObjectKind : std::uint32_t {
@@ -60,6 +62,20 @@ struct WaitableBody {
     std::shared_ptr<posix::NamedObjectTable> table;
     std::uint32_t slot = 0;
     std::uint64_t uid = 0;
+};
+
+}  // namespace kiv::platform::detail
+
+namespace kiv::platform::detail {
+
+// Handles on states that other tables of the platform layer keep in their own
+// shared memory (the window table's wake-up events), so that they are set and
+// waited on by this one implementation.
+struct WaitableAccess {
+    /// An automatic or manual event whose state is `*state`, which the caller
+    /// keeps alive longer than the handle; closing the handle leaves it.
+    /// `shared`: the state lies in memory shared between processes.
+    static Event EventOnState(posix::WaitState* state, EventReset reset, bool shared);
 };
 
 }  // namespace kiv::platform::detail

@@ -1,0 +1,128 @@
+// The shared IPC directory: the servers, commands, events and subscribers of
+// the current namespace, and the ten data slots through which payloads
+// travel, all in the section "IPC_Shar" (see IpcSection.h).
+//
+// The directory and the data slots each have a cross-process lock: the named
+// automatic events "KIV_IPC_MUTEX_EVENT" and "KIV_IPC_SHARE_DATA", taken by a
+// wait and given back by a set. The process that holds one is recorded
+// beside the section, so that a lock whose holder died is given back by the
+// next process that waits for it.
+//
+// Handlers and callbacks are stored as 32-bit tokens, unique in the
+// namespace; each process maps its own tokens back to its functions.
+// Payloads are passed between processes as offsets in the section.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "ipc/IpcSection.h"
+#include "platform/Waitable.h"
+
+namespace kiv::ipc::detail {
+
+/// A command handler or an event callback.
+using Handler = int (*)(void*);
+
+/// Beside the section in the same shared object: what this build adds.
+struct SectionTrailer {
+    std::atomic<std::uint32_t> ready;  // set once the section is initialised
+    std::atomic<std::uint32_t> nextToken;
+    std::atomic<std::uint64_t> directoryHolder;  // ProcessStamp of the holder, or 0
+    std::atomic<std::uint64_t> dataHolder;
+};
+
+inline constexpr std::size_t kTrailerAt = (kSectionSize + 7) / 8 * 8;
+inline constexpr std::size_t kMappedSize = 81920;  // whole pages
+static_assert(kTrailerAt + sizeof(SectionTrailer) <= kMappedSize);
+
+/// A lock made of a named automatic event, with its holder recorded.
+class CrossProcessLock {
+public:
+    CrossProcessLock(platform::Event event, std::atomic<std::uint64_t>* holder)
+        : m_event(std::move(event)), m_holder(holder) {}
+    /// Waits for the lock as long as it takes; gives it back first when its
+    /// recorded holder has died.
+    void Lock();
+    void Unlock();
+
+private:
+    platform::Event m_event;
+    std::atomic<std::uint64_t>* m_holder;
+};
+
+class IpcDirectory {
+public:
+    /// The directory of the current namespace, mapped on first use; null if
+    /// the section or its locks cannot be had.
+    static IpcDirectory* Current();
+
+    /// The section's bytes (for tests and diagnostics).
+    Bytes Section() { return Bytes(m_base, kSectionSize); }
+
+    /// Index of the first server record named `name`, or -1. Lock held.
+    int FindServerIndex(std::u16string_view name);
+    /// Copies the record named `name` into `out`; its index, or -1.
+    int LookUp(std::u16string_view name, Record& out);
+    /// Copies every record in use, in directory order.
+    std::vector<Record> Records();
+    /// Publishes `record`, after filling in the window (`window()` runs under
+    /// the lock) and this process's id; its index, or -1.
+    int Register(Record& record, const std::function<std::uint32_t()>& window);
+    /// Removes every record named `name`; always 0.
+    int Unregister(std::u16string_view name);
+
+    int AddCommand(Record& record, std::u16string_view name, Handler handler,
+                   std::u16string_view description);
+    void RemoveCommand(Record& record, std::u16string_view name);
+    int AddEvent(Record& record, std::u16string_view name, std::u16string_view description);
+    void RemoveEvent(Record& record, std::u16string_view name);
+    /// Subscribes `callback` of this process, reached through `window`; the
+    /// subscriber id, or -1.
+    int Subscribe(std::u16string_view server, std::u16string_view event, Handler callback,
+                  std::uint32_t window);
+    void Unsubscribe(std::u16string_view server, int id);
+    /// The function of this process stored with object id `id`; null when
+    /// none is (or the id belongs to another process).
+    Handler Resolve(std::uint32_t id);
+
+    /// Copies a payload into a free data slot; the payload's offset in the
+    /// section, or 0 for size 0 or when every slot is in use.
+    std::uint32_t PutData(const void* data, std::uint32_t size);
+    /// Frees the slot of a payload offset; other values are ignored.
+    void ReleaseData(std::uint32_t payload);
+    /// The address in this process of a payload offset; null for 0 or any
+    /// value that is not the offset of a payload.
+    void* Payload(std::uint32_t payload);
+
+    /// Takes the directory lock and never gives it back: lets a test process
+    /// die holding it.
+    void LockDirectoryForever() { m_directoryLock.Lock(); }
+
+private:
+    IpcDirectory(std::uint8_t* base, platform::Event directory, platform::Event data);
+
+    // Copies the shared record named like `record` over it, if registered.
+    void Refresh(Record& record);
+    std::uint32_t NextObjectId();
+    std::uint32_t TokenOf(Handler handler);
+    Handler HandlerOf(std::uint32_t token);
+
+    class Locked;
+
+    std::uint8_t* m_base;
+    SectionTrailer* m_trailer;
+    CrossProcessLock m_directoryLock;
+    CrossProcessLock m_dataLock;
+    std::mutex m_tokenLock;
+    std::unordered_map<Handler, std::uint32_t> m_tokens;
+    std::unordered_map<std::uint32_t, Handler> m_handlers;
+};
+
+}  // namespace kiv::ipc::detail

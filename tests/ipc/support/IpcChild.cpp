@@ -1,0 +1,97 @@
+// The other process of the IPC tests. Commands:
+//   server <name> <file>   registers server <name> with the commands "store"
+//                          (appends a flag byte, 1 for a payload and 0 for none,
+//                          and the 1,024 payload bytes to <file>), "raise" (raises
+//                          the event "news" with the payload it got) and "quit",
+//                          and the event "news"; adds the command "late" after
+//                          registering; pumps until "quit", unregisters, exits 0
+//   hold-lock              takes the directory lock and sleeps until killed
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <kiv/ipc/MIpc.h>
+#include <kiv/ipc/MessageWindow.h>
+
+#include "ipc/IpcDirectory.h"
+#include "support/HelperProcess.h"
+
+namespace {
+
+using namespace kiv::ipc;
+
+std::string g_file;
+MIpcServer* g_server = nullptr;
+
+int Store(void* payload) {
+    std::FILE* f = std::fopen(g_file.c_str(), "ab");
+    if (f == nullptr) {
+        return 1;
+    }
+    const unsigned char flag = payload != nullptr ? 1 : 0;
+    std::fwrite(&flag, 1, 1, f);
+    if (payload != nullptr) {
+        std::fwrite(payload, 1, 1024, f);
+    }
+    std::fclose(f);
+    return 0;
+}
+
+int Raise(void* payload) {
+    const char* text = static_cast<const char*>(payload);
+    g_server->SetEvent(L"news", text,
+                       text == nullptr ? 0 : static_cast<unsigned>(std::strlen(text)));
+    return 0;
+}
+
+int Late(void*) {
+    return 0;
+}
+
+int Quit(void*) {
+    PostQuitWindowMessage(0);
+    return 0;
+}
+
+int Serve(const char* name, const char* file) {
+    g_file = file;
+    const std::wstring wide(name, name + std::strlen(name));
+    MIpcServer server;
+    g_server = &server;
+    server.SetServerName(wide.c_str());
+    server.AddCommand(L"store", Store, L"stores the payload");
+    server.AddCommand(L"raise", Raise, L"raises news with the payload");
+    server.AddCommand(L"quit", Quit, nullptr);
+    server.AddEvent(L"news", L"what raise was given");
+    MIpc ipc;
+    if (ipc.RegisterMyService(server) != 0) {
+        return 3;
+    }
+    server.AddCommand(L"late", Late, nullptr);  // not seen by clients
+    kiv::test::ReportReady();
+    PumpWindowMessages(-1);
+    ipc.UnregisterMyService(wide.c_str());
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc >= 4 && std::strcmp(argv[1], "server") == 0) {
+        return Serve(argv[2], argv[3]);
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "hold-lock") == 0) {
+        kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
+        if (directory == nullptr) {
+            return 4;
+        }
+        directory->LockDirectoryForever();
+        kiv::test::ReportReady();
+        for (;;) {
+            pause();
+        }
+    }
+    return 2;
+}

@@ -1,0 +1,193 @@
+// Message windows between threads of one process: posting, sending, the
+// pump, bounded queues, destruction and look-up.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+#include <vector>
+
+#include "platform/MessageWindow.h"
+#include "platform/support/WindowMessages.h"
+#include "support/ThreadState.h"
+
+namespace {
+
+using namespace kiv::platform;
+using namespace kiv::test::windows;
+
+std::atomic<int> g_inOrder{0};
+std::atomic<int> g_wrongThread{0};
+std::atomic<int> g_ownerTid{0};
+std::atomic<int> g_lastAddTid{0};
+
+std::intptr_t Procedure(HWND, unsigned int message, std::uintptr_t wParam, std::intptr_t lParam) {
+    if (g_ownerTid.load() != kiv::test::CurrentThreadId()) {
+        g_wrongThread.fetch_add(1);
+    }
+    switch (message) {
+        case kAdd:
+            g_lastAddTid.store(kiv::test::CurrentThreadId());
+            return static_cast<std::intptr_t>(wParam) + lParam;
+        case kSequence:
+            if (wParam == static_cast<std::uintptr_t>(g_inOrder.load())) {
+                g_inOrder.fetch_add(1);
+            }
+            return 0;
+        case kFinish:
+            PostQuitWindowMessage(g_inOrder.load());
+            return 0;
+        case kNested:
+            return SendWindowMessage(WindowFromValue(static_cast<std::uint32_t>(lParam)), kAdd,
+                                     wParam, 1) +
+                   1;
+        default:
+            return 0;
+    }
+}
+
+// A thread that owns one window and pumps it until the finish message.
+class PumpThread {
+public:
+    explicit PumpThread(const wchar_t* className) {
+        std::promise<HWND> created;
+        auto window = created.get_future();
+        m_thread = std::thread([this, className, &created] {
+            g_ownerTid.store(kiv::test::CurrentThreadId());
+            created.set_value(CreateMessageWindow(className, L"pump", Procedure));
+            PumpWindowMessages(kInfinite, &m_exitCode);
+        });
+        m_window = window.get();
+    }
+    ~PumpThread() {
+        if (m_thread.joinable()) {
+            Finish();
+        }
+    }
+    HWND Window() const { return m_window; }
+    int Finish() {
+        while (!PostWindowMessage(m_window, kFinish, 0, 0)) {
+            std::this_thread::yield();  // the queue is full for a moment
+        }
+        m_thread.join();
+        return m_exitCode;
+    }
+
+private:
+    HWND m_window = nullptr;
+    int m_exitCode = -1;
+    std::thread m_thread;
+};
+
+void ResetCounters() {
+    g_inOrder.store(0);
+    g_wrongThread.store(0);
+    g_ownerTid.store(kiv::test::CurrentThreadId());
+}
+
+TEST(MessageWindow, PostedMessagesRunInOrderOnTheOwnerThreadAndQuitComesAfterThem) {
+    ResetCounters();
+    PumpThread pump(L"ordered");
+    ASSERT_NE(pump.Window(), nullptr);
+    for (int i = 0; i < 1000; ++i) {
+        // The queue is bounded: a refused post is retried, never lost.
+        while (!PostWindowMessage(pump.Window(), kSequence, static_cast<std::uintptr_t>(i), 0)) {
+            std::this_thread::yield();
+        }
+    }
+    EXPECT_EQ(pump.Finish(), 1000);
+    EXPECT_EQ(g_wrongThread.load(), 0);
+}
+
+TEST(MessageWindow, SendRunsTheProcedureOnTheOwnerThreadOrDirectlyOnItsOwn) {
+    ResetCounters();
+    PumpThread pump(L"adder");
+    EXPECT_EQ(SendWindowMessage(pump.Window(), kAdd, 40, 2), 42);
+    EXPECT_EQ(SendWindowMessage(pump.Window(), kAdd, 7, -10), -3);
+
+    EXPECT_EQ(g_wrongThread.load(), 0);
+
+    // A window of the calling thread is called directly, without a pump.
+    const int self = kiv::test::CurrentThreadId();
+    const HWND mine = CreateMessageWindow(L"mine", L"", Procedure);
+    EXPECT_EQ(SendWindowMessage(mine, kAdd, 1, 2), 3);
+    // A send whose procedure sends back to the waiting thread completes, the
+    // inner send running here while this thread waits.
+    g_lastAddTid.store(0);
+    EXPECT_EQ(SendWindowMessage(pump.Window(), kNested, 10, WindowValue(mine)), 12);
+    EXPECT_EQ(g_lastAddTid.load(), self);
+    EXPECT_TRUE(DestroyMessageWindow(mine));
+}
+
+TEST(MessageWindow, AFullQueueRefusesThePostAndKeepsEveryEarlierMessage) {
+    ResetCounters();
+    const HWND window = CreateMessageWindow(L"full", L"", Procedure);
+    int accepted = 0;
+    while (PostWindowMessage(window, kSequence, static_cast<std::uintptr_t>(accepted), 0)) {
+        ++accepted;
+        ASSERT_LE(accepted, kPostedQueueLength);
+    }
+    EXPECT_EQ(accepted, kPostedQueueLength);
+    EXPECT_FALSE(PumpWindowMessages(0));  // runs what is queued, then times out
+    EXPECT_EQ(g_inOrder.load(), kPostedQueueLength);
+    EXPECT_TRUE(PostWindowMessage(window, kSequence, 0, 0));
+    WindowMessage m;
+    EXPECT_EQ(GetWindowMessage(&m, 0), 1);
+    EXPECT_EQ(GetWindowMessage(&m, 0), -1);
+    DestroyMessageWindow(window);
+}
+
+TEST(MessageWindow, DestroyingAWindowEndsASendThatWaitsForIt) {
+    ResetCounters();
+    const HWND window = CreateMessageWindow(L"doomed", L"", Procedure);
+    std::atomic<int> senderTid{0};
+    auto result = std::async(std::launch::async, [&] {
+        senderTid.store(kiv::test::CurrentThreadId());
+        return SendWindowMessage(window, kAdd, 1, 1);
+    });
+    while (senderTid.load() == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(senderTid.load()));
+    ASSERT_TRUE(PostWindowMessage(window, kSequence, 0, 0));
+    EXPECT_TRUE(DestroyMessageWindow(window));
+    EXPECT_EQ(result.get(), 0);
+    EXPECT_FALSE(PostWindowMessage(window, kSequence, 0, 0));
+    EXPECT_EQ(SendWindowMessage(window, kAdd, 1, 1), 0);
+    EXPECT_FALSE(DestroyMessageWindow(window));
+    WindowMessage m;
+    EXPECT_EQ(GetWindowMessage(&m, 0), -1);  // what was posted to it is dropped
+    EXPECT_EQ(g_inOrder.load(), 0);
+}
+
+TEST(MessageWindow, WindowsAreFoundByClassAndTitleAndEndWithTheirThread) {
+    ResetCounters();
+    const HWND a = CreateMessageWindow(L"class one", L"title one", Procedure);
+    const HWND b = CreateMessageWindow(L"class one", L"title two", Procedure);
+    const HWND c = CreateMessageWindow(L"class two", L"title one", Procedure);
+    ASSERT_TRUE(a != nullptr && b != nullptr && c != nullptr);
+    EXPECT_EQ(FindMessageWindow(L"class one", std::nullopt), a);
+    EXPECT_EQ(FindMessageWindow(std::nullopt, L"title two"), b);
+    EXPECT_EQ(FindMessageWindow(L"class two", L"title one"), c);
+    EXPECT_EQ(FindMessageWindow(L"class two", L"title two"), nullptr);
+    EXPECT_EQ(FindMessageWindow(L"Class One", std::nullopt), nullptr);  // exact match
+
+    std::uint32_t pid = 0;
+    EXPECT_EQ(GetWindowOwner(b, &pid), static_cast<std::uint32_t>(kiv::test::CurrentThreadId()));
+    EXPECT_EQ(pid, static_cast<std::uint32_t>(getpid()));
+    EXPECT_EQ(GetWindowOwner(nullptr, &pid), 0u);
+    EXPECT_EQ(GetWindowOwner(WindowFromValue(0xDEADBEEF), &pid), 0u);
+
+    HWND other = nullptr;
+    std::thread([&] { other = CreateMessageWindow(L"short-lived", L"", Procedure); }).join();
+    EXPECT_NE(other, nullptr);
+    EXPECT_EQ(FindMessageWindow(L"short-lived", std::nullopt), nullptr);
+    EXPECT_EQ(SendWindowMessage(other, kAdd, 1, 1), 0);
+    EXPECT_FALSE(DestroyMessageWindow(other));
+    for (HWND w : {a, b, c}) {
+        EXPECT_TRUE(DestroyMessageWindow(w));
+    }
+}
+
+}  // namespace
