@@ -1,12 +1,19 @@
-// Reading the GPS registry key in tests.
+// Reading the GPS registry key, and telling whether the daemon runs, in tests.
 #pragma once
 
 #include <kiv/system/MRegistry.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <functional>
 #include <string>
 #include <thread>
+
+#include "support/KivTestEnvironment.h"
 
 namespace kiv::test {
 
@@ -56,6 +63,19 @@ inline bool Eventually(const std::function<bool()>& done, int timeoutMs = 20000)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
+}
+
+/// The daemon of the running test's namespace runs while it holds its lock,
+/// a shared-memory object named "/kiv.<namespace>.lock.KivGPS".
+inline bool GpsDaemonRuns() {
+    const std::string name = "/kiv." + TestNamespace() + ".lock.KivGPS";
+    const int fd = shm_open(name.c_str(), O_RDWR | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return false;
+    }
+    const bool held = flock(fd, LOCK_SH | LOCK_NB) != 0;
+    close(fd);
+    return held;
 }
 
 }  // namespace kiv::test

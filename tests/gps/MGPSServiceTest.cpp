@@ -3,11 +3,7 @@
 // library, and a pseudo-terminal stands in for the receiver.
 #include <kiv/gps/MGPSService.h>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -23,6 +19,7 @@
 
 using kiv::gps::MGPSService;
 using kiv::test::Eventually;
+using kiv::test::GpsDaemonRuns;
 using kiv::test::GpsDword;
 using kiv::test::GpsString;
 
@@ -41,22 +38,9 @@ std::string Sentence(const char* body) {
     return kiv::sim::WithChecksum(body) + "\r\n";
 }
 
-// The daemon of this test's namespace runs while it holds its lock, a
-// shared-memory object named "/kiv.<namespace>.lock.KivGPS".
-bool DaemonRuns() {
-    const std::string name = "/kiv." + kiv::test::TestNamespace() + ".lock.KivGPS";
-    const int fd = shm_open(name.c_str(), O_RDWR | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        return false;
-    }
-    const bool held = flock(fd, LOCK_SH | LOCK_NB) != 0;
-    close(fd);
-    return held;
-}
-
 // The daemon ends soon after it is killed; the lock goes with it.
 bool DaemonStops() {
-    return Eventually([] { return !DaemonRuns(); });
+    return Eventually([] { return !GpsDaemonRuns(); });
 }
 
 class ServiceOnPty : public ::testing::Test {
@@ -153,7 +137,7 @@ TEST_F(ServiceOnPty, TheDaemonLastsUntilTheLastClientEnds) {
         ASSERT_TRUE(kiv::test::WriteFileBytes(quit, "x"));
         EXPECT_EQ(first.Wait(), 0);
         EXPECT_EQ(GpsDword(L"AP_CNT"), 1u);
-        EXPECT_TRUE(DaemonRuns()) << "one client is left";
+        EXPECT_TRUE(GpsDaemonRuns()) << "one client is left";
     }
     EXPECT_EQ(GpsDword(L"AP_CNT"), 0u);
     EXPECT_TRUE(DaemonStops());

@@ -31,3 +31,22 @@ get_filename_component(libdir ${pcdir} DIRECTORY)
 run(${CXX} -std=c++17 ${SOURCE_DIR}/examples/consumer/main.cpp ${flags}
     -Wl,-rpath,${libdir} -o ${WORK_DIR}/kiv-consumer-pc)
 run(${WORK_DIR}/kiv-consumer-pc ${WORK_DIR})
+
+# The installed GPS monitor: the library from ../lib, the daemon beside it,
+# the demo drive from the installed share directory; in a namespace and a
+# registry of its own.
+string(RANDOM LENGTH 8 ALPHABET abcdefghijklmnopqrstuvwxyz0123456789 token)
+set(ENV{KIV_NAMESPACE} pkg${token})
+set(ENV{KIV_REGISTRY} ${WORK_DIR}/registry.db)
+set(ENV{KIV_DEVICE_ROOT} ${WORK_DIR})
+execute_process(COMMAND ${prefix}/bin/kivgpsmon --demo --duration 3
+  INPUT_FILE /dev/null RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err TIMEOUT 120)
+file(GLOB leftovers /dev/shm/kiv.pkg${token}.*)
+if(leftovers)
+  file(REMOVE ${leftovers})
+endif()
+if(NOT rc EQUAL 0 OR NOT out MATCHES "fix=10"
+   OR NOT err MATCHES "demo drive ${prefix}/share/kiv/demo/drive.nmea")
+  message(FATAL_ERROR "installed kivgpsmon failed (${rc}):\n${out}\n${err}")
+endif()
+message(STATUS "installed kivgpsmon:\n${out}")
