@@ -4,11 +4,13 @@
 
 #include <chrono>
 #include <cstdio>
+#include <string_view>
 
 #include "foundation/Text.h"
 #include "gps/MNmeaParserImpl.h"
 #include "platform/DebugOutput.h"
 #include "platform/SerialPort.h"
+#include "platform/TraceFile.h"
 
 namespace kiv::gps {
 namespace {
@@ -87,12 +89,28 @@ void MGPSCommPort::ReaderThread() {
     // Demo pacing ends early when the port closes, so Close never waits for
     // a whole recording's worth of pauses.
     parser.Output().SetSleeper([this](unsigned int ms) { Pause(ms); });
+    // For latency measurements only: with KIV_GPS_READ_TRACE set, each read
+    // that returned data is recorded as "<steady-clock ns when it returned>
+    // <bytes>", written after the bytes are parsed so that the record does
+    // not delay the events.
+    const auto trace = platform::TraceFile::FromEnvironment("KIV_GPS_READ_TRACE");
     unsigned char buffer[kReadSize + 10];
     while (m_running) {
         const int n = Read(buffer, kReadSize);
+        const auto returned = trace ? std::chrono::steady_clock::now().time_since_epoch()
+                                    : std::chrono::steady_clock::duration::zero();
         const int count = n > 0 ? n : 0;
         buffer[count] = 0;
         parser.Core().ProcessIncomingBytes(buffer, static_cast<unsigned int>(count));
+        if (trace && count > 0) {
+            char record[48];
+            const int length = std::snprintf(
+                record, sizeof record, "%lld %d\n",
+                static_cast<long long>(
+                    std::chrono::duration_cast<std::chrono::nanoseconds>(returned).count()),
+                count);
+            trace->Append(std::string_view(record, static_cast<std::size_t>(length)));
+        }
         ++m_loops;
         if (!m_running) {
             break;
