@@ -33,112 +33,24 @@
 
 #include "platform/Namespace.h"
 #include "platform/Waitable.h"
+#include "support/CrossProcess.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using kiv::bench::Clock;
+using kiv::bench::Futex;
+using kiv::bench::OtherCpu;
+using kiv::bench::PinTo;
+using kiv::bench::RoundTrips;
+using kiv::bench::SharedPage;
+using kiv::bench::Unpin;
 using kiv::system::concurrent::MConcurObject;
 using kiv::system::concurrent::MMutex;
 
-// --- helpers -----------------------------------------------------------------
-
-void PinTo(int cpu) {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(cpu, &set);
-    sched_setaffinity(0, sizeof set, &set);  // the calling thread
-}
-
-void Unpin() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    const long cpus = sysconf(_SC_NPROCESSORS_ONLN);
-    for (long i = 0; i < cpus; ++i) {
-        CPU_SET(static_cast<int>(i), &set);
-    }
-    sched_setaffinity(0, sizeof set, &set);
-}
-
-// The CPU the other side runs on: the same one, or the next.
-int OtherCpu(const benchmark::State& state) {
-    return state.range(0) == 0 ? 0 : 1;
-}
-
-// Times each round trip and reports the mean as the benchmark time and the
-// 50th and 99th percentiles as counters.
-class RoundTrips {
-public:
-    explicit RoundTrips(benchmark::State& state) : m_state(state) { m_samples.reserve(1 << 20); }
-    template <typename Trip>
-    void Run(Trip trip) {
-        for (auto _ : m_state) {
-            const auto start = Clock::now();
-            trip();
-            const auto elapsed = Clock::now() - start;
-            if (m_samples.size() < m_samples.capacity()) {
-                m_samples.push_back(std::chrono::duration<double, std::micro>(elapsed).count());
-            }
-        }
-        if (!m_samples.empty()) {
-            std::sort(m_samples.begin(), m_samples.end());
-            m_state.counters["p50_us"] = m_samples[m_samples.size() / 2];
-            m_state.counters["p99_us"] = m_samples[m_samples.size() * 99 / 100];
-        }
-    }
-
-private:
-    benchmark::State& m_state;
-    std::vector<double> m_samples;
-};
-
-long Futex(std::atomic<std::uint32_t>* word, int op, std::uint32_t value) {
-    return syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(word), op, value, nullptr, nullptr,
-                   0);
-}
-
-// A page shared with a forked child.
-template <typename T>
-T* SharedPage() {
-    void* p = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    return p == MAP_FAILED ? nullptr : new (p) T();
-}
-
 // --- cross-process ping-pong -------------------------------------------------
 
-struct FutexPair {
-    std::atomic<std::uint32_t> turn{0};  // 1: the child's move, 0: the parent's
-    std::atomic<std::uint32_t> quit{0};
-};
-
 void BM_Baseline_FutexPingPongAcrossProcesses(benchmark::State& state) {
-    auto* shared = SharedPage<FutexPair>();
-    PinTo(0);
-    const pid_t child = fork();
-    if (child == 0) {
-        PinTo(OtherCpu(state));
-        for (;;) {
-            while (shared->turn.load(std::memory_order_acquire) == 0) {
-                if (shared->quit.load()) {
-                    _exit(0);
-                }
-                Futex(&shared->turn, FUTEX_WAIT, 0);
-            }
-            shared->turn.store(0, std::memory_order_release);
-            Futex(&shared->turn, FUTEX_WAKE, 1);
-        }
-    }
-    RoundTrips(state).Run([&] {
-        shared->turn.store(1, std::memory_order_release);
-        Futex(&shared->turn, FUTEX_WAKE, 1);
-        while (shared->turn.load(std::memory_order_acquire) == 1) {
-            Futex(&shared->turn, FUTEX_WAIT, 1);
-        }
-    });
-    shared->quit.store(1);
-    Futex(&shared->turn, FUTEX_WAKE, 1);
-    waitpid(child, nullptr, 0);
-    munmap(shared, 4096);
-    Unpin();
+    kiv::bench::FutexPingPongAcrossProcesses(state);
 }
 BENCHMARK(BM_Baseline_FutexPingPongAcrossProcesses)->Arg(0)->Arg(1)->UseRealTime();
 
