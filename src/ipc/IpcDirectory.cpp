@@ -62,8 +62,13 @@ void CrossProcessLock::Lock() {
 }
 
 void CrossProcessLock::Unlock() {
-    m_holder->store(0, std::memory_order_relaxed);
+    // Given back before the record is cleared: a process that dies between
+    // the two leaves at most a stale record, never a lock nobody can free.
+    // The record is cleared only while it is still this process's, since
+    // the next holder may already have written its own.
     m_event.Set();
+    std::uint64_t mine = platform::ProcessStamp();
+    m_holder->compare_exchange_strong(mine, 0);
 }
 
 class IpcDirectory::Locked {

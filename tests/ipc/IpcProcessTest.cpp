@@ -44,6 +44,8 @@ public:
         MIpcService service;
         if (ipc.GetService(m_name.c_str(), service) == 0) {
             service.SendCommand(L"quit", nullptr, 0, 0);
+            // Let it unregister and end by itself before it is killed.
+            m_process.Wait(10000);  // killed by its destructor if it does not end
         }
     }
     bool Ready() { return m_process.AwaitReady(); }

@@ -97,17 +97,28 @@ public:
     }
 
     /// Waits for the end and reaps the process: its exit status (0..255),
-    /// 128 + the signal that ended it, or -1.
-    int Wait() {
+    /// 128 + the signal that ended it, or -1. With a timeout (ms), -2 when
+    /// the process still runs at its end.
+    int Wait(int timeoutMs = -1) {
         if (m_pid <= 0) {
             return -1;
         }
         if (!m_reaped) {
             int status = 0;
             int rc;
-            do {
-                rc = waitpid(m_pid, &status, 0);
-            } while (rc < 0 && errno == EINTR);
+            for (int waited = 0;; waited += 5) {
+                rc = waitpid(m_pid, &status, timeoutMs < 0 ? 0 : WNOHANG);
+                if (rc < 0 && errno == EINTR) {
+                    continue;
+                }
+                if (rc != 0 || waited >= timeoutMs) {
+                    break;
+                }
+                usleep(5000);
+            }
+            if (rc == 0) {
+                return -2;
+            }
             m_reaped = true;
             m_status = rc < 0                ? -1
                        : WIFEXITED(status)   ? WEXITSTATUS(status)
