@@ -678,36 +678,20 @@ std::intptr_t AwaitReply(ThreadPort& me, std::uint32_t r, std::uint32_t serial) 
 }  // namespace
 
 std::shared_ptr<WindowTable> WindowTable::Current() {
-    static std::mutex cacheLock;
-    static std::map<std::string, std::shared_ptr<WindowTable>> cache;
-
     const std::string shmName = SystemObjectName("windows", L"table");
-    std::lock_guard<std::mutex> guard(cacheLock);
-    for (auto it = cache.begin(); it != cache.end();) {
-        // Tables of other namespaces are unmapped once no thread uses them.
-        if (it->first != shmName && it->second.use_count() == 1) {
-            it = cache.erase(it);
-        } else {
-            ++it;
+    return OnePerNamespace<WindowTable>(shmName, [&]() -> std::shared_ptr<WindowTable> {
+        void* p = MapSharedObject(shmName, sizeof(Layout), LayoutIsReady, InitLayout);
+        if (p == nullptr) {
+            return nullptr;
         }
-    }
-    if (auto it = cache.find(shmName); it != cache.end()) {
-        return it->second;
-    }
-    void* p = MapSharedObject(shmName, sizeof(Layout), LayoutIsReady, InitLayout);
-    if (p == nullptr) {
-        return nullptr;
-    }
-    std::shared_ptr<WindowTable> table(new WindowTable(static_cast<Layout*>(p)));
-    {
+        std::shared_ptr<WindowTable> table(new WindowTable(static_cast<Layout*>(p)));
         // Windows left by processes that died since the table was last used.
         Guard lock(*table);
         if (lock.Locked()) {
             lock.Edit().SweepDeadProcesses();
         }
-    }
-    cache.emplace(shmName, table);
-    return table;
+        return table;
+    });
 }
 
 }  // namespace kiv::platform::posix

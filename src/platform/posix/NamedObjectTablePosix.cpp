@@ -21,6 +21,7 @@
 #include "platform/Waitable.h"
 #include "platform/WaitableDiagnostics.h"
 #include "platform/posix/ProcessIdentityPosix.h"
+#include "platform/posix/SharedMappingPosix.h"
 
 namespace kiv::platform::posix {
 namespace {
@@ -551,30 +552,15 @@ NamedObjectTable::~NamedObjectTable() {
 }
 
 std::shared_ptr<NamedObjectTable> NamedObjectTable::Current() {
-    static std::mutex cacheLock;
-    static std::map<std::string, std::shared_ptr<NamedObjectTable>> cache;
-
-    // KIV_NAMESPACE is read on every call: the cache is keyed by the table's
-    // system-wide name, which carries the namespace.
+    // KIV_NAMESPACE is read on every call: the table's system-wide name
+    // carries the namespace.
     const std::string shmName = SystemObjectName("waitables", L"table");
-    std::lock_guard<std::mutex> guard(cacheLock);
-    for (auto it = cache.begin(); it != cache.end();) {
-        // Tables of other namespaces are unmapped once no handle uses them.
-        if (it->first != shmName && it->second.use_count() == 1) {
-            it = cache.erase(it);
-        } else {
-            ++it;
+    return OnePerNamespace<NamedObjectTable>(shmName, [&]() -> std::shared_ptr<NamedObjectTable> {
+        TableLayout* layout = MapTable(shmName);
+        if (layout == nullptr) {
+            return nullptr;
         }
-    }
-    if (auto it = cache.find(shmName); it != cache.end()) {
-        return it->second;
-    }
-    TableLayout* layout = MapTable(shmName);
-    if (layout == nullptr) {
-        return nullptr;
-    }
-    std::shared_ptr<NamedObjectTable> table(new NamedObjectTable(layout));
-    {
+        std::shared_ptr<NamedObjectTable> table(new NamedObjectTable(layout));
         // Handles left by processes that died since the table was last used.
         Guard lock(*table);
         if (lock.Locked()) {
@@ -582,9 +568,8 @@ std::shared_ptr<NamedObjectTable> NamedObjectTable::Current() {
             editor.SweepDeadProcesses();
             table->m_selfHint = editor.Hint();
         }
-    }
-    cache.emplace(shmName, table);
-    return table;
+        return table;
+    });
 }
 
 std::optional<NamedObjectTable::Opened> NamedObjectTable::Open(std::u16string_view name,

@@ -4,6 +4,9 @@
 
 #include <cstddef>
 #include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <string>
 
 namespace kiv::platform::posix {
@@ -21,5 +24,31 @@ void* MapSharedObject(const std::string& name, std::size_t size,
 
 /// Unmaps what MapSharedObject mapped.
 void UnmapSharedObject(void* base, std::size_t size);
+
+/// The process's one `T` for the shared object `name`, made by `make` (which
+/// may give null) on first use. Objects of other namespaces are dropped once
+/// nobody else holds them. KIV_NAMESPACE may change between calls (tests
+/// do), so the caller passes the name it computes from it each time.
+template <class T, class Make>
+std::shared_ptr<T> OnePerNamespace(const std::string& name, Make&& make) {
+    static std::mutex cacheLock;
+    static std::map<std::string, std::shared_ptr<T>> cache;
+    std::lock_guard<std::mutex> guard(cacheLock);
+    for (auto it = cache.begin(); it != cache.end();) {
+        if (it->first != name && it->second.use_count() == 1) {
+            it = cache.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    if (auto it = cache.find(name); it != cache.end()) {
+        return it->second;
+    }
+    std::shared_ptr<T> made = make();
+    if (made) {
+        cache.emplace(name, made);
+    }
+    return made;
+}
 
 }  // namespace kiv::platform::posix
