@@ -29,6 +29,8 @@
 #include <kiv/ipc/MIpcService.h>
 #include <kiv/ipc/MessageWindow.h>
 
+#include <kiv/media/IFormat.h>
+
 #include <kiv/memory/IMemoryAllocation.h>
 #include <kiv/memory/MAllocatorManager.h>
 #include <kiv/memory/MMemoryChunk.h>
