@@ -37,9 +37,7 @@ struct Settings {
     std::wstring demoFile;
     std::wstring logFile;
 
-    bool SameReceiver(const Settings& o) const {
-        return port == o.port && baudRate == o.baudRate && demoFile == o.demoFile;
-    }
+    bool operator==(const Settings&) const = default;
 };
 
 std::wstring ReadString(kiv::system::MRegistry& key, const wchar_t* name) {
@@ -136,13 +134,12 @@ int main(int argc, char** argv) {
             key.SetValue(L"", L"COMMAND");
         }
         const Settings now = ReadSettings(key);
-        if (!now.SameReceiver(settings)) {
+        if (now != settings) {
             connect->EndProc();
             connect.reset();
             settings = now;
             connect = Start(settings);
         }
-        settings.logFile = now.logFile;
     }
     connect->EndProc();
     return 0;

@@ -26,6 +26,14 @@ constexpr unsigned int kStartError = 0x07000003;
 constexpr const wchar_t* kDaemonName = L"KivGPS";
 constexpr const wchar_t* kLibraryName = L"libKivFramework.so";
 
+// Held by a client while it starts the daemon or counts itself in or out,
+// so that clients starting and stopping at once see one another's counts
+// and never launch a second daemon or stop one another's.
+constexpr const wchar_t* kClientLock = L"KivGPS.clients";
+
+// How long the last client waits for the killed daemon to be gone.
+constexpr auto kDaemonEndWait = std::chrono::seconds(10);
+
 std::wstring Upper(std::wstring text) {
     for (auto& c : text) {
         c = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c)));
@@ -153,14 +161,21 @@ void MGPSServiceImplPosix::DecrementCounter() {
     if (!m_counted) {
         return;
     }
+    const auto clients = platform::InstanceLock::Acquire(kClientLock);
     unsigned int count = 0;
     m_registry.QueryValue(count, L"AP_CNT");
     if (count == 1) {
-        // The last client stops the daemon of its namespace.
+        // The last client stops the daemon of its namespace and waits until
+        // it is gone, so that a client starting next launches a new one.
         const long daemon = platform::InstanceLock::Holder(kDaemonName);
         if (daemon > 0) {
             system::process::MProcessManager manager;
             manager.CloseProcessByID(static_cast<unsigned int>(daemon), 0);
+            const auto until = std::chrono::steady_clock::now() + kDaemonEndWait;
+            while (platform::InstanceLock::Holder(kDaemonName) == daemon &&
+                   std::chrono::steady_clock::now() < until) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
         }
     }
     m_registry.SetValue(count - 1, L"AP_CNT");
@@ -176,6 +191,26 @@ void MGPSServiceImplPosix::ResetGPSStatus() {
 }
 
 unsigned int MGPSServiceImplPosix::StartService() {
+    const unsigned int rc = StartDaemon();
+    if (rc != 0) {
+        return rc;
+    }
+    if (m_fixCallback.load() == nullptr && m_movingCallback.load() == nullptr) {
+        return 0;
+    }
+    if (!m_thread) {
+        m_thread = std::make_unique<system::MThread>(this);
+    }
+    m_thread->Start();
+    m_log.InformationPrintf(L"KivGPS exe file launch success 11");
+    return 0;
+}
+
+unsigned int MGPSServiceImplPosix::StartDaemon() {
+    // One client at a time: the check for a running daemon, the launch and
+    // the wait for its answer are one step for the other clients. Without
+    // the lock (it cannot be made) the client goes on alone.
+    const auto clients = platform::InstanceLock::Acquire(kClientLock);
     // The daemon of this namespace is found by the lock it holds while it
     // runs: other namespaces may run daemons of the same name.
     if (platform::InstanceLock::Holder(kDaemonName) != 0) {
@@ -219,14 +254,6 @@ unsigned int MGPSServiceImplPosix::StartService() {
         ResetGPSStatus();
         m_log.InformationPrintf(L"KivGPS exe file launch success 6");
     }
-    if (m_fixCallback.load() == nullptr && m_movingCallback.load() == nullptr) {
-        return 0;
-    }
-    if (!m_thread) {
-        m_thread = std::make_unique<system::MThread>(this);
-    }
-    m_thread->Start();
-    m_log.InformationPrintf(L"KivGPS exe file launch success 11");
     return 0;
 }
 

@@ -37,6 +37,7 @@ public:
     void Run() override;
 
 private:
+    unsigned int StartDaemon();
     bool ChkRegAndCreate();
     std::wstring GetKivGPSFilePath();
     void IncrementCounter();

@@ -14,6 +14,9 @@ public:
     /// process holds it (or it cannot be made). The holder's process id is
     /// kept with the lock.
     static std::unique_ptr<InstanceLock> TryAcquire(std::wstring_view name);
+    /// As TryAcquire, but waits for the holder to give it up; null only if
+    /// the lock cannot be made.
+    static std::unique_ptr<InstanceLock> Acquire(std::wstring_view name);
     /// The process id of the process holding lock `name` of the current
     /// namespace, or 0 if nobody holds it. -1 when it is held but the holder
     /// has not written its id yet.
@@ -24,6 +27,7 @@ public:
 
 private:
     explicit InstanceLock(int fd) : m_fd(fd) {}
+    static std::unique_ptr<InstanceLock> Take(std::wstring_view name, int how);
     int m_fd;
 };
 

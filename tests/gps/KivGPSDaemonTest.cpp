@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "GpsRegistry.h"
@@ -69,6 +70,19 @@ TEST(KivGPS, RestartsTheConnectionWhenTheSettingsChange) {
     EXPECT_TRUE(Eventually([] { return GpsString(L"INIT_FLAG") == L"1"; }));
     EXPECT_EQ(GpsString(L"ERR_MSG"), L"");
     EXPECT_TRUE(Eventually([] { return GpsString(L"UTCDate") == L"140526"; }));
+}
+
+TEST(KivGPS, ALogSettingGivenWhileRunningSwitchesTheSentenceLogOn) {
+    SetGps(L"DEMO_FILE", kiv::text::FromUtf8(KIV_DEMO_DRIVE).c_str());
+    SetGps(L"FILE_PATH", L"");
+    SetGps(L"INIT_FLAG", L"0");
+    kiv::test::ChildProcess daemon(Daemon(), {});
+    ASSERT_TRUE(Eventually([] { return GpsString(L"INIT_FLAG") == L"1"; }));
+    const std::string log = std::string(std::getenv("KIV_DEVICE_ROOT")) + "/NMEA.Log";
+    EXPECT_TRUE(Eventually([] { return GpsDword(L"IS_ACTIVE") == 10u; }));
+    EXPECT_FALSE(std::filesystem::exists(log));
+    SetGps(L"FILE_PATH", L"on");
+    EXPECT_TRUE(Eventually([&] { return kiv::test::ReadFileBytes(log).find("$GP") == 0; }));
 }
 
 TEST(KivGPS, RunsOncePerNamespace) {

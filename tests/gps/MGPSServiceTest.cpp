@@ -143,6 +143,44 @@ TEST_F(ServiceOnPty, TheDaemonLastsUntilTheLastClientEnds) {
     EXPECT_TRUE(DaemonStops());
 }
 
+TEST_F(ServiceOnPty, ClientsStartingAndStoppingAtOnceShareOneDaemon) {
+    {
+        MGPSService setup;
+        setup.SetComPort(3, 4800);
+    }
+    constexpr int kClients = 4;
+    for (int round = 0; round < 3; ++round) {
+        const std::string tag = std::to_string(round);
+        const std::string go = kiv::test::TempPath("go" + tag);
+        const std::string quit = kiv::test::TempPath("quit" + tag);
+        std::vector<std::string> results;
+        std::vector<std::unique_ptr<kiv::test::HelperProcess>> clients;
+        for (int i = 0; i < kClients; ++i) {
+            results.push_back(kiv::test::TempPath("result" + tag + "_" + std::to_string(i)));
+            clients.push_back(std::make_unique<kiv::test::HelperProcess>(
+                kiv::test::HelperPath("kiv_gps_client"),
+                std::vector<std::string>{results.back(), quit, go}));
+        }
+        ASSERT_TRUE(kiv::test::WriteFileBytes(go, "x"));
+        for (int i = 0; i < kClients; ++i) {
+            ASSERT_TRUE(clients[i]->AwaitReady()) << "round " << round;
+            EXPECT_EQ(kiv::test::ReadFileBytes(results[i]), "00000000\n")
+                << "round " << round << ", client " << i;
+        }
+        EXPECT_EQ(GpsDword(L"AP_CNT"), static_cast<unsigned int>(kClients)) << "round " << round;
+        EXPECT_TRUE(GpsDaemonRuns());
+
+        ASSERT_TRUE(kiv::test::WriteFileBytes(quit, "x"));
+        for (auto& client : clients) {
+            EXPECT_EQ(client->Wait(), 0);
+        }
+        // The last client's stop returns only once the daemon is gone, so
+        // the next round's clients launch a new one.
+        EXPECT_EQ(GpsDword(L"AP_CNT"), 0u) << "round " << round;
+        EXPECT_FALSE(GpsDaemonRuns()) << "round " << round;
+    }
+}
+
 TEST_F(ServiceOnPty, ADaemonThatCannotOpenItsPortReportsAStartError) {
     setenv("KIV_COM9", "/nonexistent/tty", 1);
     MGPSService service;

@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -9,6 +10,14 @@
 namespace kiv::platform {
 
 std::unique_ptr<InstanceLock> InstanceLock::TryAcquire(std::wstring_view name) {
+    return Take(name, LOCK_EX | LOCK_NB);
+}
+
+std::unique_ptr<InstanceLock> InstanceLock::Acquire(std::wstring_view name) {
+    return Take(name, LOCK_EX);
+}
+
+std::unique_ptr<InstanceLock> InstanceLock::Take(std::wstring_view name, int how) {
     const std::string object = SystemObjectName("lock", name);
     const int fd = shm_open(object.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) {
@@ -16,7 +25,11 @@ std::unique_ptr<InstanceLock> InstanceLock::TryAcquire(std::wstring_view name) {
     }
     // The object itself is never removed: removing it would let a second
     // process lock a fresh object while the first still holds the old one.
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    int rc;
+    do {
+        rc = flock(fd, how);
+    } while (rc != 0 && errno == EINTR && (how & LOCK_NB) == 0);
+    if (rc != 0) {
         close(fd);
         return nullptr;
     }
