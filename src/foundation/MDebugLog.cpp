@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cwchar>
 #include <string>
-#include <vector>
 
 #include "foundation/Text.h"
 #include "platform/LogFile.h"
@@ -18,8 +17,6 @@ constexpr const wchar_t* kLevelValue = L"LogLevel";
 constexpr std::size_t kMessageChars = 256;
 constexpr std::size_t kModuleChars = 63;
 constexpr std::size_t kFileChars = 259;
-// Formats longer than this are cut anyway; the limit only bounds the work.
-constexpr std::size_t kMaxFormatChars = 1 << 20;
 
 // Copies at most `max` characters of `src` and terminates.
 void CopyBounded(wchar_t* dst, const wchar_t* src, std::size_t max) {
@@ -28,24 +25,18 @@ void CopyBounded(wchar_t* dst, const wchar_t* src, std::size_t max) {
     dst[n] = L'\0';
 }
 
-// The whole formatted text; the caller cuts it.
+// The formatted text cut to `kMessageChars`, made in one pass over a buffer
+// of that size however long the whole text would be. The C library leaves
+// the cut text in the buffer when it reports the overflow, and the text up
+// to a conversion it refuses.
 std::wstring Format(const wchar_t* fmt, std::va_list* args) {
-    std::vector<wchar_t> buffer(512);
-    for (;;) {
-        std::va_list copy;
-        va_copy(copy, *args);
-        const int n = std::vswprintf(buffer.data(), buffer.size(), fmt, copy);
-        va_end(copy);
-        if (n >= 0) {
-            return std::wstring(buffer.data(), static_cast<std::size_t>(n));
-        }
-        // Too long, or a conversion the C library refuses: grow and try
-        // again, up to the limit, then give the message up.
-        if (buffer.size() >= kMaxFormatChars) {
-            return {};
-        }
-        buffer.assign(buffer.size() * 4, L'\0');
-    }
+    wchar_t buffer[kMessageChars + 1] = {};
+    std::va_list copy;
+    va_copy(copy, *args);
+    std::vswprintf(buffer, kMessageChars + 1, fmt, copy);
+    va_end(copy);
+    buffer[kMessageChars] = L'\0';
+    return std::wstring(buffer, std::wcslen(buffer));
 }
 
 const wchar_t* TagOf(unsigned long level) {
@@ -191,9 +182,6 @@ void MDebugLog::DbgVprintf(unsigned long level, const wchar_t* fmt, std::va_list
     std::wstring message = args != nullptr
                                ? Format(fmt, args)
                                : std::wstring(fmt, text::BoundedLength(fmt, kMessageChars));
-    if (message.size() > kMessageChars) {
-        message.resize(kMessageChars);
-    }
     message.push_back(L'\n');
     OutputDebugString2Log(level, message.c_str());
 }

@@ -128,6 +128,10 @@ TEST(MDebugLog, LimitZeroKeepsOnlyTheLastLineAndMessagesAreCutAt256Characters) {
     const std::wstring longText = std::wstring(250, L'a') + std::wstring(50, L'b');
     log.ErrorPrintf(L"%ls", longText.c_str());
     EXPECT_EQ(LogText(LogPath()), L"E--" + std::wstring(250, L'a') + std::wstring(6, L'b') + L"\n");
+    // However long the whole text would be, the first 256 characters are kept.
+    const std::wstring huge = std::wstring(3 << 20, L'c');
+    log.ErrorPrintf(L"%ls%d", huge.c_str(), 7);
+    EXPECT_EQ(LogText(LogPath()), L"E--" + std::wstring(256, L'c') + L"\n");
 }
 
 TEST(MDebugLog, NullOutputFileKeepsTheFileAndAnotherNameSwitchesToIt) {
