@@ -7,7 +7,7 @@
 namespace kiv::system::concurrent {
 
 MConcurObjectImpl::MConcurObjectImpl()
-    : m_notify(platform::Semaphore::Create(0, 1)), m_generation(new Generation) {}
+    : m_notify(platform::Semaphore::Create(0, 1)), m_generation(new (std::nothrow) Generation) {}
 
 MConcurObjectImpl::~MConcurObjectImpl() {
     delete m_generation;
@@ -19,7 +19,7 @@ const platform::Event* MConcurObjectImpl::ReferenceCurrent(Generation** generati
     m_lock.Enter();
     Generation* g = m_generation;
     const platform::Event* event = nullptr;
-    {
+    if (g != nullptr) {
         std::lock_guard<std::mutex> guard(g->lock);
         if (!g->retired) {
             ++g->references;
@@ -91,7 +91,9 @@ unsigned char MConcurObjectImpl::Wait() {
     return Wait(platform::kInfinite);
 }
 
-MConcurObject::MConcurObject() : m_impl(new MConcurObjectImpl) {}
+// Out of memory leaves the facade without an implementation, as a failed
+// creation does: its waits then fail at once.
+MConcurObject::MConcurObject() : m_impl(new (std::nothrow) MConcurObjectImpl) {}
 
 MConcurObject::MConcurObject(MConcurObject& other) : m_impl(other.m_impl) {
     other.m_impl = nullptr;

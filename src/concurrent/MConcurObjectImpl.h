@@ -42,8 +42,8 @@ private:
     static void Drop(Generation* generation);
 
     platform::Semaphore m_notify;
-    Generation* m_generation;
-    MMutexImpl m_lock;  // guards m_generation
+    Generation* m_generation;  // null only when it could not be made
+    MMutexImpl m_lock;         // guards m_generation
 };
 
 }  // namespace kiv::system::concurrent

@@ -1,10 +1,14 @@
 #include <kiv/concurrent/MMutex.h>
 
+#include <new>
+
 #include "concurrent/MMutexImpl.h"
 
 namespace kiv::system::concurrent {
 
-MMutex::MMutex() : m_impl(new MMutexImpl) {}
+// Out of memory leaves the facade without an implementation, as a failed
+// creation does: its operations then do nothing.
+MMutex::MMutex() : m_impl(new (std::nothrow) MMutexImpl) {}
 
 MMutex::MMutex(MMutex& other) : m_impl(other.m_impl) {
     other.m_impl = nullptr;

@@ -1,6 +1,7 @@
 #include <kiv/concurrent/MSemaphore.h>
 
 #include <cstdint>
+#include <new>
 
 #include "concurrent/MSemaphoreImpl.h"
 
@@ -59,7 +60,9 @@ void MSemaphoreImpl::Release() {
     m_semaphore.Release(1);
 }
 
-MSemaphore::MSemaphore(int count) : m_impl(new MSemaphoreImpl(count)) {}
+// Out of memory leaves the facade without an implementation, as a failed
+// creation does: its takes then fail at once.
+MSemaphore::MSemaphore(int count) : m_impl(new (std::nothrow) MSemaphoreImpl(count)) {}
 
 MSemaphore::MSemaphore(MSemaphore& other) : m_impl(other.m_impl) {
     other.m_impl = nullptr;

@@ -60,10 +60,19 @@ void MThreadImplPosix::Start() {
     if (m_thread != nullptr || m_runnable == nullptr) {
         return;
     }
-    auto block = std::make_shared<StartBlock>();
+    // Out of memory is a failed creation: the handle stays null and Start may
+    // be tried again.
+    std::shared_ptr<StartBlock> block;
+    std::shared_ptr<Handle> handle;
+    std::shared_ptr<StartBlock>* argument = nullptr;
+    try {
+        block = std::make_shared<StartBlock>();
+        handle = std::make_shared<Handle>();
+        argument = new std::shared_ptr<StartBlock>(block);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
     block->runnable = m_runnable;
-    auto handle = std::make_shared<Handle>();
-    auto* argument = new std::shared_ptr<StartBlock>(block);
     if (pthread_create(&handle->thread, nullptr, ThreadEntry, argument) != 0) {
         delete argument;
         handle->joined = true;  // nothing to detach; Start may be tried again
