@@ -151,9 +151,14 @@ int MGPSCommPort::Write(const std::string& text) {
         return 0;
     }
     const int length = static_cast<int>(text.size());
-    const int written = m_serial->Write(text.data(), length, kWriteTimeoutMs);
+    bool pending = false;
+    const int written = m_serial->Write(text.data(), length, kWriteTimeoutMs, &pending);
     if (written < 0) {
         return 0;
+    }
+    // Only a write that had to wait for the driver leaves a note.
+    if (!pending) {
+        return 1;
     }
     wchar_t note[96];
     if (written != length) {

@@ -35,8 +35,9 @@ public:
     /// `size` bytes. Returns the count, 0 on timeout, -1 on error.
     int Read(void* buffer, int size, int timeoutMs);
     /// Writes all of `data`, waiting up to `timeoutMs` for room. Returns the
-    /// bytes written, -1 on error.
-    int Write(const void* data, int size, int timeoutMs);
+    /// bytes written, -1 on error. `*waited` (if given) tells whether the
+    /// driver did not take everything at once and the write had to wait.
+    int Write(const void* data, int size, int timeoutMs, bool* waited = nullptr);
     /// Drops the DTR line.
     void ClearDtr();
 

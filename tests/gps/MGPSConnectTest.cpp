@@ -9,8 +9,10 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include "GpsRegistry.h"
 #include "NmeaSimulator.h"
@@ -87,6 +89,36 @@ TEST(MGPSConnect, SentencesOnTheSerialPortReachTheRegistryAndCommandsReachTheRec
     EXPECT_FALSE(connect.BeginProc()) << "an ended connection cannot begin again";
 }
 
+// The debugger note of a command write comes only when the write had to
+// wait for the receiver to take the bytes.
+TEST(MGPSConnect, OnlyAWriteThatWaitsLeavesADebugNote) {
+    const std::string notes = kiv::test::TempPath("notes.txt");
+    setenv("KIV_DEBUG_OUTPUT", notes.c_str(), 1);
+    PortOnPty port(4);
+    MGPSConnect connect;
+    connect.SetComPort(4, 4800);
+    ASSERT_TRUE(connect.BeginProc());
+    connect.WriteCommand(L"$PSRF100,1,4800,8,1,0*0E\r\n");
+    EXPECT_EQ(port.pty.Read(26, 10000), "$PSRF100,1,4800,8,1,0*0E\r\n");
+    EXPECT_EQ(kiv::test::ReadFileBytes(notes), "") << "the write went out at once";
+
+    // More than the terminal holds: the write waits until the test reads.
+    const std::wstring big(64 * 1024, L'x');
+    std::string received;
+    std::thread reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        received = port.pty.Read(big.size(), 20000);
+    });
+    connect.WriteCommand(big.c_str());
+    reader.join();
+    connect.EndProc();
+    unsetenv("KIV_DEBUG_OUTPUT");
+    const std::string text = kiv::test::ReadFileBytes(notes);
+    EXPECT_TRUE(text == "\n65536 bytes written" ||
+                text.rfind("\nProbable Write Timeout: Total of ", 0) == 0)
+        << text;
+}
+
 TEST(MGPSConnect, HighPortsKeepTheDriversLineSettings) {
     PortOnPty port(20);
     {
@@ -135,8 +167,11 @@ TEST(MGPSConnect, DemoFileReplaysAndEndsPromptlyDespitePacing) {
     EXPECT_EQ(GpsString(L"ERR_MSG"), L"");
     EXPECT_TRUE(Eventually([] { return GpsString(L"UTCTime") == L"083001.000"; }))
         << "the second fix follows the first after its pause";
-    connect.WriteCommand(L"$PSRF100*00\r\n");  // a recording takes no commands
-    // The rest of the drive would take minutes; EndProc cuts the pacing short.
+    // The rest of the drive would take minutes; EndProc cuts the pacing
+    // short, and nothing is parsed after it.
     connect.EndProc();
-    EXPECT_NE(GpsString(L"UTCTime"), L"083330.000");
+    const std::wstring last = GpsString(L"UTCTime");
+    EXPECT_NE(last, L"083320.000") << "the last fix of the drive";
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    EXPECT_EQ(GpsString(L"UTCTime"), last);
 }

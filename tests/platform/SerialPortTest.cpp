@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/posix/SerialLinePosix.h"
 #include "platform/posix/SerialSpeedPosix.h"
 #include "support/KivTestEnvironment.h"
 
@@ -81,6 +82,26 @@ TEST_F(SerialPortOnPty, StandardAndArbitraryRatesAreSet) {
     EXPECT_NE(tio.c_cflag & CSTOPB, 0u);
     close(probe);
     EXPECT_FALSE(port->Configure(0, 8, 0, 0));
+}
+
+// A pseudo-terminal forces 8 data bits without parity, so the settings an
+// open gives a port are checked on the terminal structure itself.
+TEST(SerialPort, OpeningMakesTheLineRawButKeepsDataBitsParityAndStopBits) {
+    termios tio{};
+    tio.c_cflag = CS7 | PARENB | PARODD | CSTOPB;
+    tio.c_iflag = ICRNL | IXON | ISTRIP;
+    tio.c_oflag = OPOST;
+    tio.c_lflag = ICANON | ECHO | ISIG;
+    tio.c_cc[VMIN] = 1;
+    kiv::platform::MakeRawKeepingLine(tio);
+    EXPECT_EQ(tio.c_cflag & CSIZE, static_cast<tcflag_t>(CS7));
+    EXPECT_EQ(tio.c_cflag & (PARENB | PARODD | CSTOPB),
+              static_cast<tcflag_t>(PARENB | PARODD | CSTOPB));
+    EXPECT_NE(tio.c_cflag & CREAD, 0u);
+    EXPECT_EQ(tio.c_iflag, 0u);
+    EXPECT_EQ(tio.c_oflag & OPOST, 0u);
+    EXPECT_EQ(tio.c_lflag, 0u);
+    EXPECT_EQ(tio.c_cc[VMIN], 0);
 }
 
 TEST_F(SerialPortOnPty, PurgeDropsPendingInput) {

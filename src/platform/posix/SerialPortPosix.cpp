@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/SerialPort.h"
+#include "platform/posix/SerialLinePosix.h"
 #include "platform/posix/SerialSpeedPosix.h"
 
 namespace kiv::platform {
@@ -76,6 +77,16 @@ int RemainingMs(std::chrono::steady_clock::time_point deadline) {
 
 }  // namespace
 
+void MakeRawKeepingLine(termios& tio) {
+    tio.c_iflag &= ~static_cast<tcflag_t>(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR |
+                                          ICRNL | IXON | IXOFF);
+    tio.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    tio.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL | ICANON | ISIG | IEXTEN);
+    tio.c_cflag |= CLOCAL | CREAD;
+    tio.c_cc[VMIN] = 0;
+    tio.c_cc[VTIME] = 0;
+}
+
 std::string SerialPort::DevicePath(unsigned int number) {
     const std::string variable = "KIV_COM" + std::to_string(number);
     if (const char* path = std::getenv(variable.c_str()); path != nullptr && *path != '\0') {
@@ -96,10 +107,7 @@ std::unique_ptr<SerialPort> SerialPort::Open(unsigned int number) {
         close(fd);
         return nullptr;
     }
-    cfmakeraw(&tio);
-    tio.c_cflag |= CLOCAL | CREAD;
-    tio.c_cc[VMIN] = 0;
-    tio.c_cc[VTIME] = 0;
+    MakeRawKeepingLine(tio);
     if (tcsetattr(fd, TCSANOW, &tio) != 0) {
         close(fd);
         return nullptr;
@@ -196,7 +204,10 @@ int SerialPort::Read(void* buffer, int size, int timeoutMs) {
     return static_cast<int>(n);
 }
 
-int SerialPort::Write(const void* data, int size, int timeoutMs) {
+int SerialPort::Write(const void* data, int size, int timeoutMs, bool* waited) {
+    if (waited != nullptr) {
+        *waited = false;
+    }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     const auto* bytes = static_cast<const char*>(data);
     int done = 0;
@@ -211,6 +222,9 @@ int SerialPort::Write(const void* data, int size, int timeoutMs) {
         }
         if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
             return done > 0 ? done : -1;
+        }
+        if (waited != nullptr) {
+            *waited = true;
         }
         pollfd p{m_fd, POLLOUT, 0};
         if (poll(&p, 1, RemainingMs(deadline)) <= 0) {
