@@ -97,7 +97,15 @@ TEST(MMutex, CopyingMovesTheLockAndLeavesTheSourceEmpty) {
     MMutex& same = assigned;
     assigned = same;  // assigning to itself keeps the lock
     assigned.Aquire();
+    Contender other([&] {
+        assigned.Aquire();
+        assigned.Release();
+    });
+    EXPECT_TRUE(other.Blocked()) << "the lock still excludes other threads";
+    EXPECT_FALSE(other.Got());
     assigned.Release();
+    other.Join();
+    EXPECT_TRUE(other.Got());
 }
 
 // The holder may enter again and must leave as often as it entered.
@@ -131,6 +139,7 @@ int TryLockElsewhere(MLock& lock) {
 TEST(MLock, TryLockFromAnotherThreadFailsAtOnceWhileHeldAndCopyingMovesTheLock) {
     MLock source;
     source.Lock();
+    EXPECT_EQ(source.TryLock(0), 0) << "not recursive: the holder's own try fails too";
     EXPECT_EQ(TryLockElsewhere(source), 0);
     source.Unlock();
     EXPECT_EQ(TryLockElsewhere(source), 1);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <string>
 #include <thread>
 
 #include "support/ThreadState.h"
@@ -39,8 +41,9 @@ TEST(MThread, StartRunsTheRunnableOnceAndIdAndPriorityFollowTheThread) {
     CountingRunnable work;
     Derived thread(&work);
     EXPECT_EQ(thread.GetId(), 0u);
+    thread.SetPriority(3);                        // on no thread: changes nothing, makes no thread
     EXPECT_EQ(thread.GetPriority(), 0x7FFFFFFF);  // the failed query on no thread
-    thread.SetPriority(3);                        // not remembered
+    EXPECT_EQ(thread.GetId(), 0u);
     thread.Start();
     thread.Start();
     EXPECT_NE(thread.GetId(), 0u);
@@ -83,18 +86,26 @@ TEST(MThread, WaitForStopWaitsForRunToReturnAndReturnsAtOnceWithoutAThread) {
 TEST(MThread, DestroyingTheObjectLeavesTheThreadRunning) {
     CountingRunnable work;
     work.hold.store(true);
+    int tid = 0;
     {
         MThread thread(&work);
         thread.Start();
+        tid = static_cast<int>(thread.GetId());
     }
-    while (work.runs.load() == 0) {
-        std::this_thread::yield();
-    }
+    ASSERT_NE(tid, 0);
+    // Still there after its object, and still in Run.
+    const std::string task = "/proc/self/task/" + std::to_string(tid);
+    EXPECT_TRUE(std::filesystem::exists(task));
+    EXPECT_FALSE(work.finished.load());
     work.hold.store(false);
-    // The thread was detached: it ends on its own, without a join.
-    while (!work.finished.load()) {
-        std::this_thread::yield();
+    // The thread was detached: it ends on its own, without a join, and the
+    // kernel then forgets it.
+    for (int i = 0; i < 20000 && std::filesystem::exists(task); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    EXPECT_FALSE(std::filesystem::exists(task));
+    EXPECT_TRUE(work.finished.load());
+    EXPECT_EQ(work.runs.load(), 1);
 }
 
 TEST(MThread, CopyingMovesTheThread) {

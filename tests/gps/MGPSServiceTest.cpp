@@ -211,12 +211,25 @@ TEST(MGPSService, AMissingDaemonExecutableIsALaunchError) {
     EXPECT_EQ(GpsString(L"ERR_MSG"), L"KivGPS exe file launch fail!!\n");
 }
 
-TEST(MGPSService, EmptySatelliteTextGivesNoSatellites) {
+TEST(MGPSService, SatellitesInViewAreAtMostTwelveAndAnEmptyTextGivesNone) {
     MGPSService service;
     kiv::test::SetGps(L"SIV_INFO", L"");
     std::vector<kiv::gps::MSatellite*> satellites;
     EXPECT_EQ(service.GetSatellitesInView(satellites), 0u);
     EXPECT_TRUE(satellites.empty());
+    std::wstring sixteen;
+    for (int n = 1; n <= 16; ++n) {
+        sixteen += std::to_wstring(n) + L"," + std::to_wstring(n + 20) + L",100,30,;";
+    }
+    kiv::test::SetGps(L"SIV_INFO", sixteen.c_str());
+    EXPECT_EQ(service.GetSatellitesInView(satellites), 0u);
+    ASSERT_EQ(satellites.size(), 12u) << "the first twelve groups";
+    EXPECT_EQ(std::wstring(satellites[0]->m_number), L"1");
+    EXPECT_EQ(std::wstring(satellites[11]->m_number), L"12");
+    EXPECT_EQ(satellites[11]->m_elevation, 32u);
+    for (auto* s : satellites) {
+        delete s;
+    }
     kiv::test::SetGps(L"UTCDate", L"010126");
     kiv::test::SetGps(L"UTCTime", L"101010");
     kiv::gps::MGPSDateTime when;

@@ -45,6 +45,18 @@ protected:
     NmeaParserCore parser{out};
 };
 
+// The arc parts of an NMEA coordinate (d)ddmm.mmmm, worked out here: seconds
+// truncated, milliseconds rounded without a carry.
+ArcRecord Arc(const std::string& text) {
+    const auto dot = text.find('.');
+    const int whole = std::stoi(text.substr(0, dot));
+    const double s = std::stod("0" + text.substr(dot)) * 60;
+    const int seconds = static_cast<int>(s);
+    return ArcRecord{static_cast<std::uint16_t>(whole / 100),
+                     static_cast<std::uint16_t>(whole % 100), static_cast<std::uint16_t>(seconds),
+                     static_cast<std::uint16_t>((s - seconds) * 1000 + 0.5)};
+}
+
 const char* kRmc = "GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W";
 const char* kGga = "GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,";
 
@@ -175,6 +187,8 @@ TEST_F(Parser, NvaAndNvpCountOnlyBeforeTheFirstRmc) {
     EXPECT_EQ(Str(L"SPEED"), "12.5") << "copied as received";
     EXPECT_EQ(Str(L"HDOP"), "0.8");
     Send(kRmc);
+    Send("GPNVA,1,1,1,07,10,200,30" + std::string(44, ','));
+    EXPECT_EQ(Str(L"SIV_INFO"), "10,45,120,38,;11,45,120,38,;") << "NVA too is ignored after RMC";
     out.strings.erase(L"SPEED");
     Send("GPNVP,230394,123520.50,4807.038,N,01131.000,E,1,0,0.8,545.4,0,90,0,99.9,0,0");
     EXPECT_EQ(out.strings.count(L"SPEED"), 0u) << "ignored once an RMC was seen";
@@ -257,6 +271,22 @@ TEST_F(Parser, WritesOfASentenceAreOneUnitAndEventsFollowItWhenTheFixOrPositionC
     EXPECT_TRUE(out.Signals().empty()) << "losing the fix signals nothing";
 }
 
+// A $GP sentence no parser takes is still logged and still answers a
+// client's request for a fresh fix event.
+TEST_F(Parser, OtherGpSentencesReachTheLogAndClearTheResetFixRequest) {
+    Send(kRmc);
+    parser.SetLogFile(L"on");
+    out.ClearActivity();
+    out.dwords[L"KIV_GPS_EVENT_RESETFIX"] = 1;
+    const char* vtg = "GPVTG,084.4,T,,M,022.4,N,041.5,K";
+    Send(vtg);
+    EXPECT_EQ(kiv::test::ReadFileBytes(kiv::test::TempPath("device/NMEA.Log")),
+              WithChecksum(vtg) + "\n");
+    EXPECT_EQ(Dword(L"KIV_GPS_EVENT_RESETFIX"), 0u);
+    EXPECT_EQ(out.Signals(), std::vector<std::wstring>{L"KIV_GPS_EVENT_FIX"});
+    EXPECT_EQ(Dword(L"IS_ACTIVE"), 10u) << "the fix itself is unchanged";
+}
+
 TEST_F(Parser, DemoPacingSleepsForStepsUnderTwoSeconds) {
     parser.SetDemoMode(true);
     Send("GPRMC,123519.00,A,4807.038,N,01131.000,E,0,0,230394,,");
@@ -322,10 +352,8 @@ TEST_F(Parser, DemoDriveGivesTheRegistryEveryFixItCarries) {
         for (auto& field : f) {
             std::getline(fields, field, ',');
         }
-        ArcRecord lat;
-        ArcRecord lon;
-        ConvertNmeaCoordinate(f[3], lat);
-        ConvertNmeaCoordinate(f[5], lon);
+        const ArcRecord lat = Arc(f[3]);
+        const ArcRecord lon = Arc(f[5]);
         ASSERT_EQ(Dwords({L"LAT_DEG", L"LAT_MIN", L"LAT_SEC", L"LAT_MSEC", L"LONG_DEG",
                           L"LONG_MSEC", L"IS_ACTIVE", L"DIRECTION", L"IS_NORTH", L"IS_EAST"}),
                   (std::vector<std::uint32_t>{lat.degrees, lat.minutes, lat.seconds,
