@@ -46,22 +46,27 @@ TEST(MFile, WrittenElementsReadBackWithSeekTellAndEof) {
         MFile out(path.c_str(), L"wb");
         const int values[3] = {1, 2, 3};
         EXPECT_EQ(out.Write(values, sizeof(int), 3), 3u);
+        EXPECT_EQ(out.Write("\xFF\x80", 1, 2), 2u);
     }  // closed by the destructor
     MFile in(path.c_str(), L"rb");
     ASSERT_EQ(in.IsOpen(), 1);
     EXPECT_EQ(in.Seek(0, MFile::SEEK_FILE_END), 1);
-    EXPECT_EQ(in.Tell(), 12u);
-    EXPECT_EQ(in.Seek(-8, MFile::SEEK_FILE_CURRENT), 1);
-    int two[2] = {};
+    EXPECT_EQ(in.Tell(), 14u);
+    EXPECT_EQ(in.Seek(-2, MFile::SEEK_FILE_CURRENT), 1);
+    EXPECT_EQ(in.ReadChar(), 0xFF) << "bytes of 0x80 and above are not end of file";
+    EXPECT_EQ(in.ReadChar(), 0x80);
+    EXPECT_EQ(in.Seek(-10, MFile::SEEK_FILE_CURRENT), 1);
+    int two[3] = {};
     EXPECT_EQ(in.Read(two, sizeof(int), 2), 2u);
     EXPECT_EQ(two[0], 2);
     EXPECT_EQ(two[1], 3);
+    EXPECT_EQ(in.Seek(2, MFile::SEEK_FILE_CURRENT), 1);
     EXPECT_EQ(in.IsEOF(), 0);
     EXPECT_EQ(in.ReadChar(), -1);
     EXPECT_EQ(in.IsEOF(), 1);
     EXPECT_EQ(in.Seek(4, MFile::SEEK_FILE_BEGIN), 1);
     EXPECT_EQ(in.ReadChar(), 2);
-    EXPECT_EQ(in.Read(two, sizeof(int), 2), 1u) << "only whole elements count";
+    EXPECT_EQ(in.Read(two, sizeof(int), 3), 2u) << "only whole elements count";
     EXPECT_EQ(in.Seek(0, 7), 0) << "an origin outside the table fails";
 }
 

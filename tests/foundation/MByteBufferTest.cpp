@@ -56,6 +56,11 @@ TEST_F(WrappedBuffer, ReadsThatReachPastTheSizeGiveZero) {
     buffer.SetSize(2);
     EXPECT_EQ(buffer.GetShort(0), 0x3412);
     EXPECT_EQ(buffer.GetShort(1), 0) << "the size, not the capacity, bounds reads";
+    bytes[0] = static_cast<char>(0xF0);
+    EXPECT_EQ(buffer.GetByte(0), 0xF0);
+    EXPECT_EQ(buffer.GetChar(0), static_cast<char>(0xF0));
+    EXPECT_EQ(buffer.GetByte(), 0xF0) << "a high byte read at the cursor";
+    EXPECT_EQ(buffer.GetPosition(), 1);
 }
 
 TEST_F(WrappedBuffer, CursorReadsAdvanceByTheirWidthOrStayPutWhenTooLittleRemains) {

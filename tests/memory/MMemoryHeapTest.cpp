@@ -132,6 +132,18 @@ TEST(MMemoryHeap, InitialisesOnceAndGivesPartitionsBackInListOrder) {
     char* small = source.last;
     owner.reset();
     EXPECT_EQ(source.freed, (std::vector<char*>{small, big})) << "smallest first";
+
+    auto equal = std::make_unique<MMemoryHeap>(256, 0, kNoLimit, &source);
+    equal->Allocate(150);
+    char* older = source.last;
+    equal->Allocate(150);
+    char* newer = source.last;
+    ASSERT_NE(older, newer);
+    EXPECT_EQ(source.Containing(equal->Allocate(8)), newer)
+        << "a new partition goes before one of equal size, and is searched first";
+    source.freed.clear();
+    equal.reset();
+    EXPECT_EQ(source.freed, (std::vector<char*>{newer, older}));
     EXPECT_EQ(source.badFrees, 0u);
 }
 
