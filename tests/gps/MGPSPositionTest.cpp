@@ -34,21 +34,6 @@ TEST(MGPSPosition, FormatsArcsWithUnpaddedMilliseconds) {
     EXPECT_EQ(std::wstring(text), L"W65535\u00A1C65535'65535.65535") << "the widest still fits";
 }
 
-TEST(MGPSPosition, CopiesCarryEveryValueAndTheSatelliteList) {
-    MGPSPosition a;
-    a.m_activeState = 10;
-    a.m_speed = 41.5f;
-    a.m_usedSatellites = {"05", "12"};
-    MGPSPosition b(a);
-    EXPECT_EQ(b.m_activeState, 10u);
-    EXPECT_EQ(b.m_usedSatellites, a.m_usedSatellites);
-    MGPSPosition c;
-    c.m_usedSatellites = {"01", "02", "03"};
-    c = a;
-    EXPECT_EQ(c.m_usedSatellites.size(), 2u) << "assignment replaces the list";
-    EXPECT_EQ(c.m_speed, 41.5f);
-}
-
 TEST(SplitStrByToken, TakesOnlyPiecesFollowedByTheTokenAndBoundsEverything) {
     wchar_t slots[3][4];
     EXPECT_EQ(kiv::gps::SplitStrByToken(L"ab,,cdefg,tail", L',', &slots[0][0], 4, 3), 3);
