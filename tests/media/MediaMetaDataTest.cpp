@@ -1,0 +1,271 @@
+#include "media/MediaMetaData.h"
+
+#include <gtest/gtest.h>
+#include <taglib/attachedpictureframe.h>
+#include <taglib/id3v1tag.h>
+#include <taglib/id3v2framefactory.h>
+#include <taglib/id3v2tag.h>
+#include <taglib/infotag.h>
+#include <taglib/mpegfile.h>
+#include <taglib/textidentificationframe.h>
+#include <taglib/wavfile.h>
+
+#include <cmath>
+#include <map>
+
+#include "MediaTestFiles.h"
+#include "foundation/Text.h"
+#include "support/KivTestEnvironment.h"
+
+using kiv::media::MediaMetaData;
+namespace test = kiv::test;
+
+namespace {
+
+// 1152 samples per MPEG-1 layer III frame at 44.1 kHz.
+int FramesMs(int frames) {
+    return static_cast<int>(frames * 1152LL * 1000 / 44100);
+}
+
+std::string MakeMp3(const std::string& name, int frames, int channelMode = 1) {
+    const std::string path = test::TempPath(name);
+    EXPECT_TRUE(
+        test::WriteFileBytes(path, test::MpegStream({test::kKbps128}, frames, channelMode, false)));
+    return path;
+}
+
+std::map<std::string, std::wstring> ReadAll(const std::string& path, MediaMetaData& meta) {
+    std::map<std::string, std::wstring> values;
+    EXPECT_TRUE(meta.Read(kiv::text::FromUtf8(path))) << path;
+    for (const std::string& key : meta.Keys()) {
+        values[key] = *meta.Value(key);
+    }
+    return values;
+}
+
+int Number(const std::map<std::string, std::wstring>& values, const std::string& key) {
+    const auto it = values.find(key);
+    return it == values.end() ? -1 : std::stoi(it->second);
+}
+
+bool Contains(const std::string& haystack, const std::string& needle) {
+    return haystack.find(needle) != std::string::npos;
+}
+
+// Writes an ID3v2 tag of `version` whose text frames use `encoding`.
+void WriteId3v2(const std::string& path, TagLib::ID3v2::Version version,
+                TagLib::String::Type encoding,
+                const std::function<void(TagLib::ID3v2::Tag&)>& fill) {
+    TagLib::ID3v2::FrameFactory::instance()->setDefaultTextEncoding(encoding);
+    {
+        TagLib::MPEG::File file(path.c_str(), false);
+        ASSERT_TRUE(file.isValid());
+        fill(*file.ID3v2Tag(true));
+        ASSERT_TRUE(file.save(TagLib::MPEG::File::ID3v2, TagLib::File::StripOthers, version,
+                              TagLib::File::DoNotDuplicate));
+    }
+    TagLib::ID3v2::FrameFactory::instance()->setDefaultTextEncoding(TagLib::String::Latin1);
+}
+
+void WriteId3v1(const std::string& path, const std::function<void(TagLib::ID3v1::Tag&)>& fill) {
+    TagLib::MPEG::File file(path.c_str(), false);
+    ASSERT_TRUE(file.isValid());
+    fill(*file.ID3v1Tag(true));
+    ASSERT_TRUE(file.save(TagLib::MPEG::File::ID3v1, TagLib::File::StripOthers, TagLib::ID3v2::v4,
+                          TagLib::File::DoNotDuplicate));
+}
+
+}  // namespace
+
+TEST(MediaMetaData, Id3v1OnlyMp3HasEveryTextKeyAndTheAudioProperties) {
+    const std::string path = MakeMp3("v1.mp3", 400);
+    WriteId3v1(path, [](TagLib::ID3v1::Tag& tag) {
+        tag.setTitle("Night Drive");
+        tag.setArtist("The Testers");
+        tag.setAlbum("Generated");
+        tag.setComment("made by a test");
+        tag.setYear(1999);
+        tag.setTrack(7);
+        tag.setGenreNumber(17);
+    });
+    MediaMetaData meta;
+    const auto values = ReadAll(path, meta);
+    EXPECT_EQ(meta.Keys(), (std::vector<std::string>{"author", "title", "duration", "bitrate",
+                                                     "frequency", "channelMode", "comment", "year",
+                                                     "album", "track", "genre"}));
+    EXPECT_EQ(values.at("title"), L"Night Drive");
+    EXPECT_EQ(values.at("author"), L"The Testers");
+    EXPECT_EQ(values.at("album"), L"Generated");
+    EXPECT_EQ(values.at("comment"), L"made by a test");
+    EXPECT_EQ(values.at("year"), L"1999");
+    EXPECT_EQ(values.at("track"), L"7");
+    EXPECT_EQ(values.at("genre"), L"Rock");
+    EXPECT_EQ(values.at("bitrate"), L"128");
+    EXPECT_EQ(values.at("frequency"), L"44100");
+    EXPECT_EQ(values.at("channelMode"), L"Joint Stereo");
+    EXPECT_NEAR(Number(values, "duration"), FramesMs(400), FramesMs(400) / 100);
+    EXPECT_EQ(meta.Value("coverPicture"), nullptr);
+    EXPECT_TRUE(meta.Picture().empty());
+}
+
+TEST(MediaMetaData, Id3v23InUtf16KeepsNonLatinTextAndReadsGenreReferences) {
+    const std::string path = MakeMp3("v23.mp3", 100, 0);
+    WriteId3v2(path, TagLib::ID3v2::v3, TagLib::String::UTF16, [](TagLib::ID3v2::Tag& tag) {
+        // TagLib writes UTF-16 units as given: a character beyond the first
+        // plane goes in as its surrogate pair.
+        tag.setTitle(TagLib::String(L"Ünïcödé 歌 \xD83C\xDFB5"));
+        tag.setArtist(TagLib::String(L"Артист"));
+        tag.setAlbum(TagLib::String(L"Ελληνικά"));
+        tag.setComment(TagLib::String(L"コメント"));
+        tag.setYear(2004);
+        tag.setTrack(12);
+        tag.setGenre("(147)");
+    });
+    EXPECT_TRUE(Contains(test::ReadFileBytes(path), kiv::text::ToUtf16Le(L"Артист")))
+        << "the tag was not written as UTF-16";
+    MediaMetaData meta;
+    const auto values = ReadAll(path, meta);
+    EXPECT_EQ(values.at("title"), L"Ünïcödé 歌 \U0001F3B5");
+    EXPECT_EQ(values.at("author"), L"Артист");
+    EXPECT_EQ(values.at("album"), L"Ελληνικά");
+    EXPECT_EQ(values.at("comment"), L"コメント");
+    EXPECT_EQ(values.at("year"), L"2004");
+    EXPECT_EQ(values.at("track"), L"12");
+    EXPECT_EQ(values.at("genre"), L"Synthpop");
+    EXPECT_EQ(values.at("channelMode"), L"Stereo");
+    EXPECT_NEAR(Number(values, "duration"), FramesMs(100), FramesMs(100) / 100);
+}
+
+TEST(MediaMetaData, Id3v24InUtf8GivesTheFrontCoverWithItsMimeType) {
+    const std::string path = MakeMp3("v24.mp3", 100, 3);
+    const std::string back = "\xFF\xD8\xFF\xE0 back cover";
+    const std::string front = std::string("\x89PNG\r\n\x1A\n", 8) + std::string(3000, '\x5A');
+    WriteId3v2(path, TagLib::ID3v2::v4, TagLib::String::UTF8, [&](TagLib::ID3v2::Tag& tag) {
+        tag.setTitle(TagLib::String("Überschrift", TagLib::String::UTF8));
+        tag.setArtist(TagLib::String("陈奕迅", TagLib::String::UTF8));
+        tag.setGenre("Lo-Fi Beats");
+        for (const auto& [bytes, type, mime] :
+             {std::tuple{back, TagLib::ID3v2::AttachedPictureFrame::BackCover, "image/jpeg"},
+              std::tuple{front, TagLib::ID3v2::AttachedPictureFrame::FrontCover, "image/png"}}) {
+            auto* frame = new TagLib::ID3v2::AttachedPictureFrame;
+            frame->setMimeType(mime);
+            frame->setType(type);
+            frame->setPicture(
+                TagLib::ByteVector(bytes.data(), static_cast<unsigned int>(bytes.size())));
+            tag.addFrame(frame);
+        }
+    });
+    EXPECT_TRUE(Contains(test::ReadFileBytes(path), "陈奕迅"))
+        << "the tag was not written as UTF-8";
+    MediaMetaData meta;
+    const auto values = ReadAll(path, meta);
+    EXPECT_EQ(values.at("title"), L"Überschrift");
+    EXPECT_EQ(values.at("author"), L"陈奕迅");
+    EXPECT_EQ(values.at("genre"), L"Lo-Fi Beats");
+    EXPECT_EQ(values.at("channelMode"), L"Mono");
+    EXPECT_EQ(values.at("coverPicture"), L"image/png");
+    EXPECT_EQ(meta.PictureMime(), "image/png");
+    EXPECT_EQ(std::string(meta.Picture().begin(), meta.Picture().end()), front);
+}
+
+TEST(MediaMetaData, WavInfoChunkGivesTheTextKeysAndPcmProperties) {
+    const std::string path = test::TempPath("info.wav");
+    ASSERT_TRUE(test::WriteFileBytes(path, test::WavFile(22050, 1, 1500)));
+    {
+        TagLib::RIFF::WAV::File file(path.c_str(), false);
+        ASSERT_TRUE(file.isValid());
+        TagLib::RIFF::Info::Tag* info = file.InfoTag();
+        info->setTitle("Field Recording");
+        info->setArtist("Microphone");
+        info->setAlbum("Outdoors");
+        info->setComment("rain");
+        info->setYear(2003);
+        info->setTrack(2);
+        info->setGenre("8");
+        ASSERT_TRUE(file.save(TagLib::RIFF::WAV::File::Info));
+    }
+    MediaMetaData meta;
+    const auto values = ReadAll(path, meta);
+    EXPECT_EQ(values.at("title"), L"Field Recording");
+    EXPECT_EQ(values.at("author"), L"Microphone");
+    EXPECT_EQ(values.at("album"), L"Outdoors");
+    EXPECT_EQ(values.at("comment"), L"rain");
+    EXPECT_EQ(values.at("year"), L"2003");
+    EXPECT_EQ(values.at("track"), L"2");
+    EXPECT_EQ(values.at("genre"), L"Jazz");
+    EXPECT_EQ(values.at("duration"), L"1500");
+    EXPECT_EQ(values.at("frequency"), L"22050");
+    EXPECT_EQ(values.at("bitrate"), L"353");  // 352.8 kbit/s, rounded
+    EXPECT_EQ(values.count("channelMode"), 0u) << "the channel mode is an MPEG property";
+}
+
+TEST(MediaMetaData, NumericGenresUseTheDevicesListOfOneHundredFortyEight) {
+    struct Case {
+        unsigned int number;
+        const wchar_t* genre;  // null: no genre key
+    };
+    for (const Case& c :
+         {Case{0, L"Blues"}, Case{147, L"Synthpop"}, Case{148, nullptr}, Case{191, nullptr}}) {
+        SCOPED_TRACE(c.number);
+        const std::string v1 = MakeMp3("g1.mp3", 20);
+        WriteId3v1(v1, [&](TagLib::ID3v1::Tag& tag) {
+            tag.setTitle("g");
+            tag.setGenreNumber(c.number);
+        });
+        const std::string v2 = MakeMp3("g2.mp3", 20);
+        WriteId3v2(v2, TagLib::ID3v2::v4, TagLib::String::Latin1, [&](TagLib::ID3v2::Tag& tag) {
+            tag.setTitle("g");
+            tag.setGenre(TagLib::String::number(static_cast<int>(c.number)));
+        });
+        for (const std::string& path : {v1, v2}) {
+            MediaMetaData meta;
+            const auto values = ReadAll(path, meta);
+            if (c.genre == nullptr) {
+                EXPECT_EQ(values.count("genre"), 0u) << path;
+            } else {
+                EXPECT_EQ(values.at("genre"), c.genre) << path;
+            }
+            EXPECT_EQ(meta.RawGenre(), std::to_wstring(c.number)) << path;
+        }
+    }
+}
+
+TEST(MediaMetaData, VariableBitrateDurationIsWithinOnePercentWithAndWithoutAXingFrame) {
+    constexpr int kFrames = 600;
+    for (const bool xing : {true, false}) {
+        SCOPED_TRACE(xing ? "Xing" : "no Xing");
+        const std::string path = test::TempPath("vbr.mp3");
+        ASSERT_TRUE(test::WriteFileBytes(
+            path,
+            test::MpegStream({test::kKbps128, test::kKbps320, test::kKbps320}, kFrames, 1, xing)));
+        MediaMetaData meta;
+        const auto values = ReadAll(path, meta);
+        EXPECT_NEAR(Number(values, "duration"), FramesMs(kFrames), FramesMs(kFrames) / 100);
+        // Two frames of 320 for one of 128: 256 kbit/s on average.
+        EXPECT_NEAR(Number(values, "bitrate"), 256, 3);
+    }
+}
+
+TEST(MediaMetaData, BrokenAndMissingFilesGiveNoKeysOrWhatCouldBeRead) {
+    MediaMetaData meta;
+    EXPECT_FALSE(meta.Read(kiv::text::FromUtf8(test::TempPath("missing.mp3"))));
+    EXPECT_TRUE(meta.Keys().empty());
+    EXPECT_FALSE(meta.Read(kiv::text::FromUtf8(test::TestRoot()))) << "a directory";
+
+    // An ID3v2 header that claims far more bytes than the file has, then frames.
+    std::string lying("ID3\x03\x00\x00\x7F\x7F\x7F\x7F", 10);
+    lying += "TIT2\x00\x00\x10\x00\x00\x00";
+    lying += std::string(64, 'x');
+    const std::string garbage(5000, '\xA5');
+    const std::string frames = test::MpegStream({test::kKbps128}, 50, 1, false);
+    for (const std::string& bytes :
+         {lying + frames, lying, garbage, std::string(), frames.substr(0, 700)}) {
+        const std::string path = test::TempPath("broken.mp3");
+        ASSERT_TRUE(test::WriteFileBytes(path, bytes));
+        if (meta.Read(kiv::text::FromUtf8(path))) {
+            for (const std::string& key : meta.Keys()) {
+                EXPECT_NE(meta.Value(key), nullptr);
+            }
+        }
+    }
+}
