@@ -1,6 +1,8 @@
 #include "media/MediaMetaData.h"
 
 #include <gtest/gtest.h>
+#include <taglib/asffile.h>
+#include <taglib/asfpicture.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/id3v1tag.h>
 #include <taglib/id3v2framefactory.h>
@@ -9,6 +11,8 @@
 #include <taglib/mpegfile.h>
 #include <taglib/textidentificationframe.h>
 #include <taglib/wavfile.h>
+
+#include <unistd.h>
 
 #include <cmath>
 #include <map>
@@ -197,6 +201,56 @@ TEST(MediaMetaData, WavInfoChunkGivesTheTextKeysAndPcmProperties) {
     EXPECT_EQ(values.at("frequency"), L"22050");
     EXPECT_EQ(values.at("bitrate"), L"353");  // 352.8 kbit/s, rounded
     EXPECT_EQ(values.count("channelMode"), 0u) << "the channel mode is an MPEG property";
+}
+
+TEST(MediaMetaData, WmaAttributesGiveTheTextKeysTheCoverAndTheProperties) {
+    // GStreamer's encoder makes the audio: one second of a tone, WMA version 2.
+    const char* gst = "/usr/bin/gst-launch-1.0";
+    if (::access(gst, X_OK) != 0) {
+        GTEST_SKIP() << "no gst-launch-1.0 to make a WMA file";
+    }
+    const std::string path = test::TempPath("tone.wma");
+    if (test::RunProcess(
+            gst, {"-q", "audiotestsrc", "num-buffers=43", "samplesperbuffer=1024", "!",
+                  "audio/x-raw,rate=44100,channels=2", "!", "audioconvert", "!", "avenc_wmav2",
+                  "bitrate=128000", "!", "avmux_asf", "!", "filesink", "location=" + path}) != 0) {
+        GTEST_SKIP() << "GStreamer has no WMA encoder or ASF muxer here";
+    }
+    const std::string cover = "\xFF\xD8\xFF\xE0 a cover";
+    {
+        TagLib::ASF::File file(path.c_str(), false);
+        ASSERT_TRUE(file.isValid());
+        TagLib::ASF::Tag* tag = file.tag();
+        tag->setTitle(TagLib::String(L"Ton à l'essai"));
+        tag->setArtist("Oscillator");
+        tag->setAlbum("Signals");
+        tag->setComment("sine");
+        tag->setYear(2011);
+        tag->setTrack(4);
+        tag->setGenre("(52)");
+        TagLib::ASF::Picture picture;
+        picture.setMimeType("image/jpeg");
+        picture.setType(TagLib::ASF::Picture::FrontCover);
+        picture.setPicture(
+            TagLib::ByteVector(cover.data(), static_cast<unsigned int>(cover.size())));
+        tag->setAttribute("WM/Picture", TagLib::ASF::Attribute(picture));
+        ASSERT_TRUE(file.save());
+    }
+    MediaMetaData meta;
+    const auto values = ReadAll(path, meta);
+    EXPECT_EQ(values.at("title"), L"Ton à l'essai");
+    EXPECT_EQ(values.at("author"), L"Oscillator");
+    EXPECT_EQ(values.at("album"), L"Signals");
+    EXPECT_EQ(values.at("comment"), L"sine");
+    EXPECT_EQ(values.at("year"), L"2011");
+    EXPECT_EQ(values.at("track"), L"4");
+    EXPECT_EQ(values.at("genre"), L"Electronic");
+    EXPECT_EQ(values.at("frequency"), L"44100");
+    EXPECT_EQ(values.at("coverPicture"), L"image/jpeg");
+    EXPECT_EQ(std::string(meta.Picture().begin(), meta.Picture().end()), cover);
+    // 43 buffers of 1024 samples: 998 ms, give or take the encoder's frames.
+    EXPECT_NEAR(Number(values, "duration"), 998, 100);
+    EXPECT_NEAR(Number(values, "bitrate"), 128, 8);
 }
 
 TEST(MediaMetaData, NumericGenresUseTheDevicesListOfOneHundredFortyEight) {
