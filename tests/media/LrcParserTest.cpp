@@ -1,11 +1,11 @@
 #include "media/LrcParser.h"
 
 #include <gtest/gtest.h>
-#include <iconv.h>
 
 #include <string>
 #include <vector>
 
+#include "MediaTestFiles.h"
 #include "foundation/Text.h"
 #include "support/KivTestEnvironment.h"
 
@@ -29,21 +29,6 @@ std::vector<std::wstring> Texts(const LrcLyrics& lyrics) {
         texts.push_back(line.text);
     }
     return texts;
-}
-
-// UTF-8 text in another encoding, by the C library's converter.
-std::string Encode(const std::string& utf8, const char* charset) {
-    iconv_t cd = iconv_open(charset, "UTF-8");
-    EXPECT_NE(cd, reinterpret_cast<iconv_t>(-1)) << charset;
-    std::string out(utf8.size() * 4 + 8, '\0');
-    char* in = const_cast<char*>(utf8.data());
-    std::size_t inLeft = utf8.size();
-    char* to = out.data();
-    std::size_t outLeft = out.size();
-    EXPECT_NE(iconv(cd, &in, &inLeft, &to, &outLeft), static_cast<std::size_t>(-1)) << charset;
-    iconv_close(cd);
-    out.resize(out.size() - outLeft);
-    return out;
 }
 
 }  // namespace
@@ -195,10 +180,10 @@ TEST(LrcParser, FilesInLegacyChineseEncodingsAndUtf16AreDecoded) {
         const std::string& utf8;
     };
     const Case cases[] = {
-        {"gbk.lrc", Encode(poem, "GBK"), poem},
-        {"big5.lrc", Encode(traditional, "BIG5"), traditional},
-        {"utf16le.lrc", "\xFF\xFE" + Encode(poem, "UTF-16LE"), poem},
-        {"utf16be.lrc", "\xFE\xFF" + Encode(traditional, "UTF-16BE"), traditional},
+        {"gbk.lrc", kiv::test::Encode(poem, "GBK"), poem},
+        {"big5.lrc", kiv::test::Encode(traditional, "BIG5"), traditional},
+        {"utf16le.lrc", "\xFF\xFE" + kiv::test::Encode(poem, "UTF-16LE"), poem},
+        {"utf16be.lrc", "\xFE\xFF" + kiv::test::Encode(traditional, "UTF-16BE"), traditional},
         {"utf8bom.lrc", "\xEF\xBB\xBF" + poem, poem},
     };
     const LrcLyrics expected = LrcParser::Parse(kiv::text::FromUtf8(std::string_view(poem)));

@@ -1,5 +1,8 @@
 #include "MediaTestFiles.h"
 
+#include <gtest/gtest.h>
+#include <iconv.h>
+
 #include <cstdint>
 
 namespace kiv::test {
@@ -21,6 +24,20 @@ void PutLittle(std::string& s, std::uint32_t v, int bytes) {
 }
 
 }  // namespace
+
+std::string Encode(const std::string& utf8, const char* charset) {
+    iconv_t cd = iconv_open(charset, "UTF-8");
+    EXPECT_NE(cd, reinterpret_cast<iconv_t>(-1)) << charset;
+    std::string out(utf8.size() * 4 + 8, '\0');
+    char* in = const_cast<char*>(utf8.data());
+    std::size_t inLeft = utf8.size();
+    char* to = out.data();
+    std::size_t outLeft = out.size();
+    EXPECT_NE(iconv(cd, &in, &inLeft, &to, &outLeft), static_cast<std::size_t>(-1)) << charset;
+    iconv_close(cd);
+    out.resize(out.size() - outLeft);
+    return out;
+}
 
 std::string MpegFrame(int bitrateIndex, int channelMode, bool padding) {
     const std::size_t size =

@@ -1,29 +1,15 @@
 #include "platform/TextDecoder.h"
 
 #include <gtest/gtest.h>
-#include <iconv.h>
 
 #include <string>
 
+#include "MediaTestFiles.h"
 #include "foundation/Text.h"
 
 using kiv::platform::DecodeText;
 
 namespace {
-
-std::string Encode(const std::string& utf8, const char* charset) {
-    iconv_t cd = iconv_open(charset, "UTF-8");
-    EXPECT_NE(cd, reinterpret_cast<iconv_t>(-1)) << charset;
-    std::string out(utf8.size() * 4 + 8, '\0');
-    char* in = const_cast<char*>(utf8.data());
-    std::size_t inLeft = utf8.size();
-    char* to = out.data();
-    std::size_t outLeft = out.size();
-    EXPECT_NE(iconv(cd, &in, &inLeft, &to, &outLeft), static_cast<std::size_t>(-1)) << charset;
-    iconv_close(cd);
-    out.resize(out.size() - outLeft);
-    return out;
-}
 
 std::wstring Wide(const std::string& utf8) {
     return kiv::text::FromUtf8(std::string_view(utf8));
@@ -40,10 +26,10 @@ TEST(TextDecoder, ByteOrderMarksChooseTheUnicodeFormAndAreDropped) {
     const Case cases[] = {
         {text, "UTF-8"},
         {"\xEF\xBB\xBF" + text, "UTF-8"},
-        {"\xFF\xFE" + Encode(text, "UTF-16LE"), "UTF-16LE"},
-        {"\xFE\xFF" + Encode(text, "UTF-16BE"), "UTF-16BE"},
-        {std::string("\xFF\xFE\0\0", 4) + Encode(text, "UTF-32LE"), "UTF-32LE"},
-        {std::string("\0\0\xFE\xFF", 4) + Encode(text, "UTF-32BE"), "UTF-32BE"},
+        {"\xFF\xFE" + kiv::test::Encode(text, "UTF-16LE"), "UTF-16LE"},
+        {"\xFE\xFF" + kiv::test::Encode(text, "UTF-16BE"), "UTF-16BE"},
+        {std::string("\xFF\xFE\0\0", 4) + kiv::test::Encode(text, "UTF-32LE"), "UTF-32LE"},
+        {std::string("\0\0\xFE\xFF", 4) + kiv::test::Encode(text, "UTF-32BE"), "UTF-32BE"},
     };
     for (const Case& c : cases) {
         std::string charset;
@@ -77,7 +63,7 @@ TEST(TextDecoder, LegacyCodePagesAreDetectedAndConverted) {
     };
     for (const Case& c : cases) {
         std::string charset;
-        EXPECT_EQ(DecodeText(Encode(c.utf8, c.charset), &charset), Wide(c.utf8))
+        EXPECT_EQ(DecodeText(kiv::test::Encode(c.utf8, c.charset), &charset), Wide(c.utf8))
             << c.charset << " seen as " << charset;
     }
 }
