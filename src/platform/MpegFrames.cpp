@@ -20,7 +20,9 @@ constexpr int kSampleRates[3][3] = {
 };
 
 constexpr std::uint64_t kLostSyncLimit = 64 * 1024;
-constexpr std::size_t kBlock = 64 * 1024;
+// Reads of 8 KiB: a sample of the first frames needs a few, a whole walk
+// is not slowed by them.
+constexpr std::size_t kBlock = 8 * 1024;
 
 bool SameStream(const MpegFrameHeader& a, const MpegFrameHeader& b) {
     return a.version == b.version && a.layer == b.layer && a.sampleRateHz == b.sampleRateHz;
@@ -32,17 +34,18 @@ class Window {
 public:
     Window(const ByteReader& read, std::uint64_t end) : m_read(read), m_end(end), m_data(kBlock) {}
 
-    // The four bytes at `offset`, or null past the end of the stream.
-    const std::uint8_t* At(std::uint64_t offset) {
-        if (offset + 4 > m_end) {
+    // The `span` bytes at `offset` (at most a block), or null past the end of
+    // the stream. A refill starts at `offset`, so the window only moves on.
+    const std::uint8_t* At(std::uint64_t offset, std::size_t span = 4) {
+        if (offset + span > m_end) {
             return nullptr;
         }
-        if (offset < m_start || offset + 4 > m_start + m_size) {
+        if (offset < m_start || offset + span > m_start + m_size) {
             m_start = offset;
             const std::uint64_t left = m_end - offset;
             m_size = m_read(offset, m_data.data(),
                             left < kBlock ? static_cast<std::size_t>(left) : kBlock);
-            if (m_size < 4) {
+            if (m_size < span) {
                 return nullptr;
             }
         }
@@ -121,11 +124,19 @@ MpegStreamSummary WalkMpegFrames(const ByteReader& read, std::uint64_t begin, st
             break;
         }
         MpegFrameHeader header;
-        if (ParseMpegFrameHeader(bytes, header) && offset + header.frameBytes <= end &&
-            (summary.frames == 0 || SameStream(header, first))) {
+        bool counted = ParseMpegFrameHeader(bytes, header) && offset + header.frameBytes <= end &&
+                       (summary.frames == 0 || SameStream(header, first));
+        if (counted && summary.frames == 0) {
+            MpegFrameHeader next;
+            const std::uint8_t* both = window.At(offset, header.frameBytes + 4);
+            counted = both == nullptr || (ParseMpegFrameHeader(both + header.frameBytes, next) &&
+                                          SameStream(header, next));
+        }
+        if (counted) {
             if (summary.frames == 0) {
                 first = header;
                 summary.sampleRateHz = header.sampleRateHz;
+                summary.firstBitrateKbps = header.bitrateKbps;
             } else if (header.bitrateKbps != first.bitrateKbps) {
                 summary.variableBitrate = true;
             }

@@ -28,6 +28,7 @@ struct MpegStreamSummary {
     std::uint64_t samples = 0;
     std::uint64_t bytes = 0;  ///< bytes of the frames counted
     int sampleRateHz = 0;
+    int firstBitrateKbps = 0;
     bool variableBitrate = false;  ///< frames of more than one bit rate seen
     int DurationMs() const;
     int AverageBitrateKbps() const;
@@ -38,8 +39,9 @@ using ByteReader =
     std::function<std::size_t(std::uint64_t offset, std::uint8_t* buffer, std::size_t size)>;
 
 /// Walks the frames in [begin, end), counting frames of the first frame's
-/// version, layer and sample rate, and stops after `maxFrames` frames, at
-/// `end`, or after 64 KiB without a frame. Always ends: every step moves on.
+/// version, layer and sample rate (a first frame counts only when another
+/// header follows it, so that stray sync bits are not taken for one), and stops after `maxFrames`
+/// frames, at `end`, or after 64 KiB without a frame. Always ends: every step moves on.
 MpegStreamSummary WalkMpegFrames(const ByteReader& read, std::uint64_t begin, std::uint64_t end,
                                  std::uint64_t maxFrames);
 

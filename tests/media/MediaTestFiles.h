@@ -23,8 +23,8 @@ std::string MpegFrame(int bitrateIndex, int channelMode, bool padding = false);
 std::string MpegStream(const std::vector<int>& bitrates, std::size_t count, int channelMode,
                        bool xing);
 
-/// `utf8` converted to `charset` by the C library (iconv); the test fails
-/// when the conversion does.
+/// `utf8` converted to `charset` by the C library (iconv); empty when it
+/// cannot be converted.
 std::string Encode(const std::string& utf8, const char* charset);
 
 /// A 16-bit PCM WAV file of silence.

@@ -78,8 +78,11 @@ TEST(MpegFrames, WalkCountsFramesAcrossGarbageAndStopsAtTheEndOrAfterLostSync) {
 
     EXPECT_EQ(WalkMpegFrames(ReaderOf(data), 0, data.size(), 2).frames, 2u);
 
-    std::string lost = a + std::string(70 * 1024, '\x11') + a;
-    EXPECT_EQ(WalkMpegFrames(ReaderOf(lost), 0, lost.size(), ~0ull).frames, 1u);
+    // Sync bits followed by no second header are not a first frame; 64 KiB
+    // without a frame end the walk.
+    const std::string stray = "\xFF\xFB\x90\x40" + std::string(500, '\x11');
+    std::string lost = stray + a + a + std::string(70 * 1024, '\x11') + a;
+    EXPECT_EQ(WalkMpegFrames(ReaderOf(lost), 0, lost.size(), ~0ull).frames, 2u);
 
     std::string constant;
     for (int i = 0; i < 200; ++i) {

@@ -4,6 +4,7 @@
 // the device's list rather than TagLib's, and walks the frames of variable
 // bit rate MP3 files that carry no Xing or VBRI frame, whose duration TagLib
 // would estimate from the first frame's bit rate.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <taglib/apetag.h>
 #include <taglib/asffile.h>
@@ -16,8 +17,8 @@
 #include <taglib/mpegfile.h>
 #include <taglib/textidentificationframe.h>
 #include <taglib/wavfile.h>
+#include <unistd.h>
 
-#include <cstring>
 #include <exception>
 #include <memory>
 
@@ -27,13 +28,18 @@
 namespace kiv::platform {
 namespace {
 
-// Frames sampled to tell a constant bit rate file from a variable one.
-constexpr std::uint64_t kSampleFrames = 64;
+// Frames in each sample that tells a constant bit rate file from a variable one.
+constexpr std::uint64_t kSampleFrames = 12;
 constexpr std::uint64_t kAllFrames = ~std::uint64_t{0};
 
-bool IsRegularFile(const std::string& path) {
+// The size of a regular file; false for anything else (a pipe would block).
+bool RegularFileSize(const std::string& path, std::uint64_t& size) {
     struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
+        return false;
+    }
+    size = static_cast<std::uint64_t>(st.st_size);
+    return true;
 }
 
 // TagLib keeps text as UTF-16 units, one per wchar_t, so a character beyond
@@ -161,44 +167,57 @@ MpegChannelMode ChannelModeOf(TagLib::MPEG::Header::ChannelMode mode) {
     return MpegChannelMode::None;
 }
 
-// Without a Xing or VBRI frame TagLib assumes a constant bit rate. A sample
-// of the first frames tells whether that holds; if not, every frame is
-// counted.
-void CorrectVariableBitrate(TagLib::MPEG::File& file, TagFields& fields) {
+// Without a Xing or VBRI frame TagLib assumes a constant bit rate. Two
+// samples of frames, at the start and in the middle (variable bit rate
+// encoders often begin with a run of equal silent frames), tell whether that
+// holds; if not, every frame is counted. The samples start after the ID3v2
+// tag, and the walk finds the first frame itself: TagLib's own search for it
+// costs more than the samples.
+void CorrectVariableBitrate(TagLib::MPEG::File& file, const std::string& path,
+                            std::uint64_t fileSize, TagFields& fields) {
     const TagLib::MPEG::Properties* properties = file.audioProperties();
     if (properties == nullptr || properties->xingHeader() != nullptr) {
         return;
     }
-    const long first = file.firstFrameOffset();
-    long end = file.length();
-    if (first < 0 || end <= first) {
-        return;
+    std::uint64_t begin = 0;
+    if (const TagLib::ID3v2::Tag* tag = file.ID3v2Tag(false)) {
+        begin = tag->header()->completeTagSize();
     }
-    if (file.hasID3v1Tag() && end - 128 > first) {
+    std::uint64_t end = fileSize;
+    if (file.hasID3v1Tag() && end >= 128) {
         end -= 128;
     }
-    const ByteReader read = [&file](std::uint64_t offset, std::uint8_t* buffer, std::size_t size) {
-        file.seek(static_cast<long>(offset));
-        const TagLib::ByteVector block = file.readBlock(size);
-        const std::size_t n = block.size() < size ? block.size() : size;
-        if (n > 0) {
-            std::memcpy(buffer, block.data(), n);
-        }
-        return n;
-    };
-    const auto begin = static_cast<std::uint64_t>(first);
-    const auto stop = static_cast<std::uint64_t>(end);
-    if (!WalkMpegFrames(read, begin, stop, kSampleFrames).variableBitrate) {
+    if (begin >= end) {
         return;
     }
-    const MpegStreamSummary all = WalkMpegFrames(read, begin, stop, kAllFrames);
-    if (all.frames > 0) {
-        fields.durationMs = all.DurationMs();
-        fields.bitrateKbps = all.AverageBitrateKbps();
+    // Read directly, not through TagLib's stream: each of its reads measures
+    // the file again, which costs more than the samples themselves.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return;
     }
+    const ByteReader read = [fd](std::uint64_t offset, std::uint8_t* buffer,
+                                 std::size_t size) -> std::size_t {
+        const ssize_t n = ::pread(fd, buffer, size, static_cast<off_t>(offset));
+        return n > 0 ? static_cast<std::size_t>(n) : 0;
+    };
+    const MpegStreamSummary head = WalkMpegFrames(read, begin, end, kSampleFrames);
+    const MpegStreamSummary middle =
+        WalkMpegFrames(read, begin + (end - begin) / 2, end, kSampleFrames);
+    const bool constant = !head.variableBitrate && !middle.variableBitrate &&
+                          (middle.frames == 0 || middle.firstBitrateKbps == head.firstBitrateKbps);
+    if (!constant) {
+        const MpegStreamSummary all = WalkMpegFrames(read, begin, end, kAllFrames);
+        if (all.frames > 0) {
+            fields.durationMs = all.DurationMs();
+            fields.bitrateKbps = all.AverageBitrateKbps();
+        }
+    }
+    ::close(fd);
 }
 
-void ReadMpeg(TagLib::MPEG::File& file, TagFields& fields) {
+void ReadMpeg(TagLib::MPEG::File& file, const std::string& path, std::uint64_t fileSize,
+              TagFields& fields) {
     ReadId3v2(file.ID3v2Tag(false), fields);
     ReadCommon(file.APETag(false), fields);
     ReadId3v1(file.ID3v1Tag(false), fields);
@@ -210,7 +229,7 @@ void ReadMpeg(TagLib::MPEG::File& file, TagFields& fields) {
     ReadProperties(properties, fields);
     if (properties != nullptr) {
         fields.channelMode = ChannelModeOf(properties->channelMode());
-        CorrectVariableBitrate(file, fields);
+        CorrectVariableBitrate(file, path, fileSize, fields);
     }
 }
 
@@ -251,7 +270,8 @@ void ReadAsf(TagLib::ASF::File& file, TagFields& fields) {
 }
 
 bool Read(const std::string& path, TagFields& fields, bool properties) {
-    if (!IsRegularFile(path)) {
+    std::uint64_t size = 0;
+    if (!RegularFileSize(path, size)) {
         return false;
     }
     TagLib::FileRef ref(path.c_str(), properties, TagLib::AudioProperties::Average);
@@ -260,7 +280,7 @@ bool Read(const std::string& path, TagFields& fields, bool properties) {
     }
     TagLib::File* file = ref.file();
     if (auto* mpeg = dynamic_cast<TagLib::MPEG::File*>(file)) {
-        ReadMpeg(*mpeg, fields);
+        ReadMpeg(*mpeg, path, size, fields);
     } else if (auto* wav = dynamic_cast<TagLib::RIFF::WAV::File*>(file)) {
         ReadWav(*wav, fields);
     } else if (auto* asf = dynamic_cast<TagLib::ASF::File*>(file)) {
