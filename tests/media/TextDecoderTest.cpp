@@ -67,15 +67,3 @@ TEST(TextDecoder, LegacyCodePagesAreDetectedAndConverted) {
             << c.charset << " seen as " << charset;
     }
 }
-
-TEST(TextDecoder, InvalidSequencesBecomeReplacementCharacters) {
-    // An odd trailing byte in UTF-16 and an unpaired surrogate.
-    const std::wstring odd =
-        DecodeText(std::string("\xFF\xFE"
-                               "A\0\x00\xD8"
-                               "B\0C",
-                               9));
-    EXPECT_EQ(odd.front(), L'A');
-    EXPECT_NE(odd.find(L'\xFFFD'), std::wstring::npos);
-    EXPECT_NE(odd.find(L'B'), std::wstring::npos);
-}
