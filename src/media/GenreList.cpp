@@ -142,7 +142,7 @@ constexpr std::array<const wchar_t*, kGenreCount> kGenres = {
     L"Terror",
     L"Indie",
     L"BritPop",
-    L"Negerpunk",
+    L"Afro-Punk",  // index 133: the historical name is a slur and is not shipped
     L"Polsk Punk",
     L"Beat",
     L"Christian Gangsta Rap",
