@@ -69,31 +69,36 @@ __m256i Channel(__m256i y, __m256i up, __m256i down) {
 // Byte j of each 16-byte output piece of a lane holds channel j % 3 of
 // pixel j / 3 (counted from the piece's first pixel); -1 leaves it zero.
 struct ShuffleMasks {
-    __m256i piece[3][3];  // [piece][channel]
+    alignas(32) std::int8_t piece[3][3][32];  // [piece][channel][byte]
 };
 
-ShuffleMasks MakeShuffleMasks() {
-    ShuffleMasks m;
+constexpr ShuffleMasks MakeShuffleMasks() {
+    ShuffleMasks m{};
     for (int piece = 0; piece < 3; ++piece) {
         for (int channel = 0; channel < 3; ++channel) {
-            alignas(32) char bytes[32];
             for (int j = 0; j < 16; ++j) {
                 const int n = 16 * piece + j;
-                bytes[j] = n % 3 == channel ? static_cast<char>(n / 3) : char(-1);
-                bytes[j + 16] = bytes[j];
+                const auto value = static_cast<std::int8_t>(n % 3 == channel ? n / 3 : -1);
+                m.piece[piece][channel][j] = value;
+                m.piece[piece][channel][j + 16] = value;
             }
-            m.piece[piece][channel] = _mm256_load_si256(reinterpret_cast<const __m256i*>(bytes));
         }
     }
     return m;
 }
 
-void StoreBgr(std::uint8_t* out, __m256i b, __m256i g, __m256i r, const ShuffleMasks& m) {
+constexpr ShuffleMasks kShuffles = MakeShuffleMasks();
+
+__m256i Mask(int piece, int channel) {
+    return _mm256_load_si256(reinterpret_cast<const __m256i*>(kShuffles.piece[piece][channel]));
+}
+
+void StoreBgr(std::uint8_t* out, __m256i b, __m256i g, __m256i r) {
     __m256i piece[3];
     for (int k = 0; k < 3; ++k) {
-        piece[k] = _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(b, m.piece[k][0]),
-                                                   _mm256_shuffle_epi8(g, m.piece[k][1])),
-                                   _mm256_shuffle_epi8(r, m.piece[k][2]));
+        piece[k] = _mm256_or_si256(
+            _mm256_or_si256(_mm256_shuffle_epi8(b, Mask(k, 0)), _mm256_shuffle_epi8(g, Mask(k, 1))),
+            _mm256_shuffle_epi8(r, Mask(k, 2)));
     }
     // Lane 0 holds bytes 0..47 of the block's output, lane 1 bytes 48..95.
     __m256i* dst = reinterpret_cast<__m256i*>(out);
@@ -102,19 +107,18 @@ void StoreBgr(std::uint8_t* out, __m256i b, __m256i g, __m256i r, const ShuffleM
     _mm256_storeu_si256(dst + 2, _mm256_permute2x128_si256(piece[1], piece[2], 0x31));
 }
 
-void ConvertRow(const std::uint8_t* y, const Offsets& o, std::uint8_t* out, const ShuffleMasks& m) {
+void ConvertRow(const std::uint8_t* y, const Offsets& o, std::uint8_t* out) {
     const __m256i luma =
         ClampBytes(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(y)), 16, char(235));
     StoreBgr(out, Channel(luma, o.blueUp, o.blueDown), Channel(luma, o.greenUp, o.greenDown),
-             Channel(luma, o.redUp, o.redDown), m);
+             Channel(luma, o.redUp, o.redDown));
 }
 
 void ConvertBlock(const std::uint8_t* y0, const std::uint8_t* y1, const std::uint8_t* cb,
-                  const std::uint8_t* cr, std::uint8_t* out0, std::uint8_t* out1, std::size_t x,
-                  const ShuffleMasks& m) {
+                  const std::uint8_t* cr, std::uint8_t* out0, std::uint8_t* out1, std::size_t x) {
     const Offsets o = OffsetsOf(cb + x / 2, cr + x / 2);
-    ConvertRow(y0 + x, o, out0 + 3 * x, m);
-    ConvertRow(y1 + x, o, out1 + 3 * x, m);
+    ConvertRow(y0 + x, o, out0 + 3 * x);
+    ConvertRow(y1 + x, o, out1 + 3 * x);
 }
 
 }  // namespace
@@ -125,15 +129,14 @@ bool ConvertRowPairAvx2(const std::uint8_t* y0, const std::uint8_t* y1, const st
     if (count < kBlock) {
         return false;
     }
-    const ShuffleMasks masks = MakeShuffleMasks();
     std::size_t x = 0;
     for (; x + kBlock <= count; x += kBlock) {
-        ConvertBlock(y0, y1, cb, cr, out0, out1, x, masks);
+        ConvertBlock(y0, y1, cb, cr, out0, out1, x);
     }
     if (x < count) {
         // The last block ends at the row's end and overlaps the one before,
         // writing the same bytes there again; it starts on a chroma pair.
-        ConvertBlock(y0, y1, cb, cr, out0, out1, count - kBlock, masks);
+        ConvertBlock(y0, y1, cb, cr, out0, out1, count - kBlock);
     }
     return true;
 }
