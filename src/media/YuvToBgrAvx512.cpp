@@ -1,7 +1,7 @@
 // 512-bit row-pair kernel, compiled for AVX-512 (BW, VL, VBMI) and only called
-// on CPUs that have them. 64 pixels per row and block; a row's last,
-// shorter block is loaded and stored under masks, so every width from 2 up
-// is handled here.
+// on CPUs that have them. 128 pixels per row and block, whose 64 chroma
+// pairs are looked up at once; a row's last, shorter block is loaded and
+// stored under masks, so every width from 2 up is handled here.
 #include <immintrin.h>
 
 #include "media/YuvToBgr.h"
@@ -55,7 +55,7 @@ constexpr ChromaTables kChroma = MakeChromaTables();
 struct Permutes {
     alignas(64) std::uint8_t blueGreen[3][64];
     alignas(64) std::uint8_t red[3][64];
-    alignas(64) std::uint8_t pairOf[64];  // byte j takes chroma sample j / 2
+    alignas(64) std::uint8_t pairOf[2][64];  // byte j of half h takes sample 32h + j / 2
     std::uint64_t redBytes[3];
 };
 
@@ -73,7 +73,8 @@ constexpr Permutes MakePermutes() {
         }
     }
     for (int j = 0; j < 64; ++j) {
-        p.pairOf[j] = static_cast<std::uint8_t>(j / 2);
+        p.pairOf[0][j] = static_cast<std::uint8_t>(j / 2);
+        p.pairOf[1][j] = static_cast<std::uint8_t>(32 + j / 2);
     }
     return p;
 }
@@ -101,30 +102,44 @@ __mmask64 FirstBytes(std::size_t n) {
     return n >= 64 ? ~__mmask64{0} : (__mmask64{1} << n) - 1;
 }
 
-// The terms of `samples` chroma pairs, one byte per pixel.
-Offsets OffsetsOf(const std::uint8_t* cb, const std::uint8_t* cr, std::size_t samples) {
+// The terms of up to 64 chroma pairs, looked up once per pair and then
+// spread to one byte per pixel: half[0] for the first 64 pixels, half[1]
+// for the next 64.
+struct BlockOffsets {
+    Offsets half[2];
+};
+
+BlockOffsets OffsetsOf(const std::uint8_t* cb, const std::uint8_t* cr, std::size_t samples) {
     const __mmask64 present = FirstBytes(samples);
-    const __m512i pairOf = Load(kPermutes.pairOf);
+    const __m512i cbs = _mm512_maskz_loadu_epi8(present, cb);
+    const __m512i crs = _mm512_maskz_loadu_epi8(present, cr);
+    const __mmask64 cbHigh = _mm512_movepi8_mask(cbs);
+    const __mmask64 crHigh = _mm512_movepi8_mask(crs);
+    Offsets pairs;
+    pairs.redUp = Lookup(kChroma.redUp, crs, crHigh);
+    pairs.redDown = Lookup(kChroma.redDown, crs, crHigh);
+    pairs.blueUp = Lookup(kChroma.blueUp, cbs, cbHigh);
+    pairs.blueDown = Lookup(kChroma.blueDown, cbs, cbHigh);
+    // The halves of green sum to at most 116 in size: no byte overflow.
+    const __m512i green = _mm512_add_epi8(Lookup(kChroma.greenOfCb, cbs, cbHigh),
+                                          Lookup(kChroma.greenOfCr, crs, crHigh));
+    const __m512i zero = _mm512_setzero_si512();
+    pairs.greenUp = _mm512_max_epi8(green, zero);
+    pairs.greenDown = _mm512_max_epi8(_mm512_sub_epi8(zero, green), zero);
+
     // The zero-masking form with every lane kept is the plain permute; the
     // plain intrinsic trips GCC's uninitialised-value warning.
     const __mmask64 all = ~__mmask64{0};
-    const __m512i cbOfPixel =
-        _mm512_maskz_permutexvar_epi8(all, pairOf, _mm512_maskz_loadu_epi8(present, cb));
-    const __m512i crOfPixel =
-        _mm512_maskz_permutexvar_epi8(all, pairOf, _mm512_maskz_loadu_epi8(present, cr));
-    const __mmask64 cbHigh = _mm512_movepi8_mask(cbOfPixel);
-    const __mmask64 crHigh = _mm512_movepi8_mask(crOfPixel);
-    Offsets o;
-    o.redUp = Lookup(kChroma.redUp, crOfPixel, crHigh);
-    o.redDown = Lookup(kChroma.redDown, crOfPixel, crHigh);
-    o.blueUp = Lookup(kChroma.blueUp, cbOfPixel, cbHigh);
-    o.blueDown = Lookup(kChroma.blueDown, cbOfPixel, cbHigh);
-    // The halves of green sum to at most 116 in size: no byte overflow.
-    const __m512i green = _mm512_add_epi8(Lookup(kChroma.greenOfCb, cbOfPixel, cbHigh),
-                                          Lookup(kChroma.greenOfCr, crOfPixel, crHigh));
-    const __m512i zero = _mm512_setzero_si512();
-    o.greenUp = _mm512_max_epi8(green, zero);
-    o.greenDown = _mm512_max_epi8(_mm512_sub_epi8(zero, green), zero);
+    BlockOffsets o;
+    for (int h = 0; h < 2; ++h) {
+        const __m512i spread = Load(kPermutes.pairOf[h]);
+        o.half[h].redUp = _mm512_maskz_permutexvar_epi8(all, spread, pairs.redUp);
+        o.half[h].redDown = _mm512_maskz_permutexvar_epi8(all, spread, pairs.redDown);
+        o.half[h].greenUp = _mm512_maskz_permutexvar_epi8(all, spread, pairs.greenUp);
+        o.half[h].greenDown = _mm512_maskz_permutexvar_epi8(all, spread, pairs.greenDown);
+        o.half[h].blueUp = _mm512_maskz_permutexvar_epi8(all, spread, pairs.blueUp);
+        o.half[h].blueDown = _mm512_maskz_permutexvar_epi8(all, spread, pairs.blueDown);
+    }
     return o;
 }
 
@@ -152,17 +167,26 @@ void ConvertRow(const std::uint8_t* y, const Offsets& o, std::uint8_t* out, std:
     }
 }
 
+// Two 64-pixel halves of a row share one lookup of their chroma.
+void ConvertRowBlock(const std::uint8_t* y, const BlockOffsets& o, std::uint8_t* out,
+                     std::size_t count) {
+    ConvertRow(y, o.half[0], out, count < 64 ? count : 64);
+    if (count > 64) {
+        ConvertRow(y + 64, o.half[1], out + 192, count - 64);
+    }
+}
+
 }  // namespace
 
 bool ConvertRowPairAvx512(const std::uint8_t* y0, const std::uint8_t* y1, const std::uint8_t* cb,
                           const std::uint8_t* cr, std::uint8_t* out0, std::uint8_t* out1,
                           std::size_t count) {
-    for (std::size_t x = 0; x < count; x += kBlock) {
-        const std::size_t n = count - x < kBlock ? count - x : kBlock;
+    for (std::size_t x = 0; x < count; x += 2 * kBlock) {
+        const std::size_t n = count - x < 2 * kBlock ? count - x : 2 * kBlock;
         // Masked loads and stores touch nothing past the row's end.
-        const Offsets o = OffsetsOf(cb + x / 2, cr + x / 2, n / 2);
-        ConvertRow(y0 + x, o, out0 + 3 * x, n);
-        ConvertRow(y1 + x, o, out1 + 3 * x, n);
+        const BlockOffsets o = OffsetsOf(cb + x / 2, cr + x / 2, n / 2);
+        ConvertRowBlock(y0 + x, o, out0 + 3 * x, n);
+        ConvertRowBlock(y1 + x, o, out1 + 3 * x, n);
     }
     return true;
 }
