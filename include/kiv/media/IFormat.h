@@ -7,6 +7,9 @@ namespace kiv::media {
 
 class KIV_API IFormat {
 public:
+    IFormat();
+    IFormat(const IFormat&);
+    IFormat& operator=(const IFormat&);
     virtual ~IFormat();
     /// The format type: one of the constants below.
     virtual unsigned char GetType() = 0;
