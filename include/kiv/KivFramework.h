@@ -29,7 +29,10 @@
 #include <kiv/ipc/MIpcService.h>
 #include <kiv/ipc/MessageWindow.h>
 
+#include <kiv/media/ICodec.h>
 #include <kiv/media/IFormat.h>
+#include <kiv/media/MVideoCodec.h>
+#include <kiv/media/MVideoFormat.h>
 
 #include <kiv/memory/IMemoryAllocation.h>
 #include <kiv/memory/MAllocatorManager.h>

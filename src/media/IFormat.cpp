@@ -11,4 +11,9 @@ const unsigned char IFormat::FORMAT_JPEG = 5;
 const unsigned char IFormat::FORMAT_MP4 = 6;
 const unsigned char IFormat::FORMAT_3GP = 7;
 
+IFormat::IFormat() = default;
+IFormat::IFormat(const IFormat&) = default;
+IFormat& IFormat::operator=(const IFormat&) = default;
+IFormat::~IFormat() = default;
+
 }  // namespace kiv::media

@@ -11,7 +11,7 @@ foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix"
                  "kiv::system::MRegistryImpl" "kiv::system::MShellImpl" "sqlite3_" "snd_mixer"
                  "kiv::ipc::detail::" "kiv::ipc::MIpcImpl" "kiv::ipc::MIpcServerImpl"
                  "kiv::ipc::MIpcServiceImpl" "kiv::ipc::MIpcRecordHolder"
-                 "kiv::ipc::MIpcShared")
+                 "kiv::ipc::MIpcShared" "kiv::media::detail::")
   string(FIND "${symbols}" "${internal}" at)
   if(NOT at EQUAL -1)
     message(FATAL_ERROR "internal symbols exported: ${internal}")
@@ -30,7 +30,8 @@ foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT6
                "vtable for kiv::log::MDebugLog"
                "kiv::ipc::MIpc::GetServiceList" "kiv::ipc::MIpcService::SendCommand"
                "vtable for kiv::ipc::MIpcServer" "kiv::ipc::PumpWindowMessages"
-               "kiv::ipc::SendWindowMessage")
+               "kiv::ipc::SendWindowMessage" "kiv::media::MVideoCodec::Transform"
+               "vtable for kiv::media::MVideoFormat")
   string(FIND "${symbols}" "${public}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "public symbol not exported: ${public}")

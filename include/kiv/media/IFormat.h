@@ -7,6 +7,13 @@ namespace kiv::media {
 
 class KIV_API IFormat {
 public:
+    IFormat();
+    IFormat(const IFormat&);
+    IFormat& operator=(const IFormat&);
+    virtual ~IFormat();
+    /// The format type: one of the constants below.
+    virtual unsigned char GetType() = 0;
+
     static const unsigned char FORMAT_RGB_888;  ///< 0
     static const unsigned char FORMAT_RGB_565;  ///< 1
     static const unsigned char FORMAT_YUV_444;  ///< 2
