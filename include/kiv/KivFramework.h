@@ -42,3 +42,4 @@
 #include <kiv/system/MRegistry.h>
 #include <kiv/system/MRegistryKey.h>
 #include <kiv/system/MShell.h>
+#include <kiv/system/MTaskExecutor.h>
