@@ -43,3 +43,4 @@
 #include <kiv/system/MRegistryKey.h>
 #include <kiv/system/MShell.h>
 #include <kiv/system/MTaskExecutor.h>
+#include <kiv/system/MWatchDog.h>
