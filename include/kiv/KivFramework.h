@@ -38,6 +38,7 @@
 #include <kiv/memory/MMemoryPool.h>
 #include <kiv/memory/MMemoryVariableSizedPool.h>
 
+#include <kiv/system/MMonitor.h>
 #include <kiv/system/MProcessManager.h>
 #include <kiv/system/MRegistry.h>
 #include <kiv/system/MRegistryKey.h>
