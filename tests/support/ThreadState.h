@@ -52,6 +52,14 @@ inline int ThreadCount() {
     return count;
 }
 
+/// The number of threads before a test starts its own: a throwaway thread
+/// is started and joined first, so that helper threads a runtime starts with
+/// the first thread (the thread sanitizer's) are already counted.
+inline int BaselineThreadCount() {
+    std::thread([] {}).join();
+    return ThreadCount();
+}
+
 /// Waits until this process has `count` threads, for at most `limitMs`;
 /// false if it never does.
 inline bool WaitForThreadCount(int count, int limitMs = 20000) {

@@ -227,7 +227,7 @@ TEST_F(MMonitorTest, ADirectorySetAfterTheThreadBeganIsNeverWatched) {
 }
 
 TEST_F(MMonitorTest, TheNamedExitEventEndsTheThreadAndDestructionSetsIt) {
-    const int base = kiv::test::ThreadCount();
+    const int base = kiv::test::BaselineThreadCount();
     auto exit = kiv::platform::Event::Create(L"KIV_MONITOR_EXIT_EVENT",
                                              kiv::platform::EventReset::Automatic, false);
     ASSERT_TRUE(exit.IsValid());
@@ -243,7 +243,7 @@ TEST_F(MMonitorTest, TheNamedExitEventEndsTheThreadAndDestructionSetsIt) {
 
 TEST_F(MMonitorTest, AThousandMonitorsCreatedAndDestroyedLeaveNoThread) {
     const int rounds = kiv::test::kUnderSanitizer ? 200 : 1000;
-    const int base = kiv::test::ThreadCount();
+    const int base = kiv::test::BaselineThreadCount();
     MONITOROPTION option{0, 0xFFFFFFFF};
     for (int i = 0; i < rounds; ++i) {
         MMonitor monitor;

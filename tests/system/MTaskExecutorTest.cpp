@@ -184,7 +184,7 @@ TEST_F(MTaskExecutorTest, ATaskThatHasAThreadIsRunAndItsResultBecomesTheExitCode
 }
 
 TEST_F(MTaskExecutorTest, TheNamedExitEventEndsOneServiceThreadAndDestructionDoesNotSetIt) {
-    const int base = kiv::test::ThreadCount();
+    const int base = kiv::test::BaselineThreadCount();
     std::optional<MTaskExecutor> first(std::in_place);
     MTaskExecutor second;
     ASSERT_EQ(kiv::test::ThreadCount(), base + 2);
@@ -204,7 +204,7 @@ TEST_F(MTaskExecutorTest, TheNamedExitEventEndsOneServiceThreadAndDestructionDoe
 
 TEST_F(MTaskExecutorTest, AThousandExecutorsCreatedAndDestroyedLeaveNoThread) {
     const int rounds = kiv::test::kUnderSanitizer ? 200 : 1000;
-    const int base = kiv::test::ThreadCount();
+    const int base = kiv::test::BaselineThreadCount();
     for (int i = 0; i < rounds; ++i) {
         MTaskExecutor executor;
         unsigned int index = 0;

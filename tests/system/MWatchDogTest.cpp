@@ -133,7 +133,7 @@ TEST(MWatchDog, StopAndDestructionBeforeTheTimeoutStartNothing) {
 
 TEST(MWatchDog, AThousandWatchDogsStartedAndDestroyedLeaveNoThread) {
     const int rounds = kiv::test::kUnderSanitizer ? 200 : 1000;
-    const int base = kiv::test::ThreadCount();
+    const int base = kiv::test::BaselineThreadCount();
     for (int i = 0; i < rounds; ++i) {
         MWatchDog watchDog;
         ASSERT_EQ(watchDog.StartWatchDog(kMissingProgram, 60000), 0u);
