@@ -41,7 +41,10 @@
 #include <kiv/memory/MMemoryPool.h>
 #include <kiv/memory/MMemoryVariableSizedPool.h>
 
+#include <kiv/system/MMonitor.h>
 #include <kiv/system/MProcessManager.h>
 #include <kiv/system/MRegistry.h>
 #include <kiv/system/MRegistryKey.h>
 #include <kiv/system/MShell.h>
+#include <kiv/system/MTaskExecutor.h>
+#include <kiv/system/MWatchDog.h>

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -40,5 +41,50 @@ inline bool WaitUntilThreadOfInFutexWait(int pid, int tid, int limitMs = 20000) 
 inline bool WaitUntilInFutexWait(int tid, int limitMs = 20000) {
     return WaitUntilThreadOfInFutexWait(static_cast<int>(getpid()), tid, limitMs);
 }
+
+/// The number of threads this process has now.
+inline int ThreadCount() {
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry :
+         std::filesystem::directory_iterator("/proc/self/task")) {
+        ++count;
+    }
+    return count;
+}
+
+/// The number of threads before a test starts its own: a throwaway thread
+/// is started and joined first, so that helper threads a runtime starts with
+/// the first thread (the thread sanitizer's) are already counted.
+inline int BaselineThreadCount() {
+    std::thread([] {}).join();
+    return ThreadCount();
+}
+
+/// Waits until this process has `count` threads, for at most `limitMs`;
+/// false if it never does.
+inline bool WaitForThreadCount(int count, int limitMs = 20000) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (ThreadCount() != count) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+/// True in a build with a sanitizer, where creating threads costs far more:
+/// long campaigns run fewer rounds there.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kUnderSanitizer = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+inline constexpr bool kUnderSanitizer = true;
+#else
+inline constexpr bool kUnderSanitizer = false;
+#endif
+#else
+inline constexpr bool kUnderSanitizer = false;
+#endif
 
 }  // namespace kiv::test
