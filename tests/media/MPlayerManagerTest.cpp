@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,6 +48,20 @@ private:
     int m_marker = 0;
 };
 
+// A fake driver of that name, registered once for the process (drivers stay
+// listed for good), with its records cleared.
+FakeDriver& Driver(const std::string& name) {
+    static std::map<std::string, std::unique_ptr<FakeDriver>> drivers;
+    auto& driver = drivers[name];
+    if (driver == nullptr) {
+        driver = std::make_unique<FakeDriver>(name);
+        MPlayerManager::RegisterDriver(driver.get());
+    }
+    driver->locators.clear();
+    driver->playerSources.clear();
+    return *driver;
+}
+
 TEST(MPlayerManager, TheBuiltInDriverIsListedFirstAndRegisteredDriversFollowInOrder) {
     std::vector<std::string> names{"kept"};
     MPlayerManager::ListDrivers(names);
@@ -69,10 +85,8 @@ TEST(MPlayerManager, TheBuiltInDriverIsListedFirstAndRegisteredDriversFollowInOr
 }
 
 TEST(MPlayerManager, ExtensionsAreLookedUpLowercasedAfterTheLastDotOfTheLocator) {
-    static FakeDriver first("test.first");
-    static FakeDriver second("test.second");
-    MPlayerManager::RegisterDriver(&first);
-    MPlayerManager::RegisterDriver(&second);
+    FakeDriver& first = Driver("test.first");
+    FakeDriver& second = Driver("test.second");
     MPlayerManager manager;
     manager.RegisterMediaType("mp3", "test.first");
     manager.RegisterMediaType("mp3", "test.second");  // the first mapping stays
@@ -99,8 +113,7 @@ TEST(MPlayerManager, ExtensionsAreLookedUpLowercasedAfterTheLastDotOfTheLocator)
 }
 
 TEST(MPlayerManager, CreatePlayerUsesTheDriverOfTheSourcesLocator) {
-    static FakeDriver driver("test.players");
-    MPlayerManager::RegisterDriver(&driver);
+    FakeDriver& driver = Driver("test.players");
     MPlayerManager manager;
     manager.RegisterMediaType("avi", "test.players");
 
