@@ -20,6 +20,7 @@
 #include <kiv/files/MFile.h>
 #include <kiv/files/MFileExtensionFilter.h>
 #include <kiv/files/MFileFilter.h>
+#include <kiv/files/MFileManager.h>
 
 #include <kiv/gps/MGPSConnect.h>
 #include <kiv/gps/MGPSPosition.h>
