@@ -71,9 +71,9 @@ public:
     unsigned int CopyTree(const wchar_t* source, const wchar_t* target,
                           MFileProgressCallback progress = nullptr, void* context = nullptr,
                           MFileProgress* outcome = nullptr);
-    /// Moves a tree: a rename, or across file systems a copy (with progress)
-    /// and then the deletion of the source. A failed or cancelled copy is
-    /// removed again and the source is left as it was.
+    /// Moves a tree: a rename (no progress, no counts), or across file
+    /// systems a copy (with progress) and then the deletion of the source. A
+    /// failed or cancelled copy is removed again; the source stays as it was.
     unsigned int MoveTree(const wchar_t* source, const wchar_t* target,
                           MFileProgressCallback progress = nullptr, void* context = nullptr,
                           MFileProgress* outcome = nullptr);
