@@ -7,8 +7,11 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -270,6 +273,34 @@ TEST(MFileManager, CopyFileKeepsDataPermissionsTimesAndLinksAndReportsDeviceErro
     }
     chmod(locked.c_str(), 0755);
     EXPECT_EQ(kiv::test::ReadFileBytes(locked + "/keep.txt"), "keep");
+}
+
+TEST(MFileManager, AFullFileSystemGivesDiskFullAndLeavesNoPartialFile) {
+    const std::string source = Root("one.bin");
+    Write(source, std::string(1u << 20, 'x'));
+    const std::string small = Root("small");
+    fs::create_directory(small);
+    // A 64 KiB file system in a mount namespace of a child process, so that
+    // nothing of it outlives the child.
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("kivtest", small.c_str(), "tmpfs", 0, "size=64k") != 0) {
+            _exit(77);
+        }
+        MFileManager manager;
+        const unsigned int error =
+            manager.CopyFile(Wide(source).c_str(), Wide(small + "/copy.bin").c_str(), 1);
+        _exit(error != ERROR_DISK_FULL ? 1 : (fs::is_empty(small) ? 0 : 2));
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) {
+        GTEST_SKIP() << "no private mount namespace for a small file system (needs privilege)";
+    }
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "1: not ERROR_DISK_FULL; 2: something was left behind";
 }
 
 TEST(MFileManager, MoveDeleteAndCreateDirectoryOnFiles) {
