@@ -16,7 +16,11 @@
 #include <kiv/concurrent/MSynchronizedBlock.h>
 #include <kiv/concurrent/MThread.h>
 
+#include <kiv/files/IFileFilter.h>
 #include <kiv/files/MFile.h>
+#include <kiv/files/MFileExtensionFilter.h>
+#include <kiv/files/MFileFilter.h>
+#include <kiv/files/MFileManager.h>
 
 #include <kiv/gps/MGPSConnect.h>
 #include <kiv/gps/MGPSPosition.h>

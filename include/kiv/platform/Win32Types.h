@@ -76,20 +76,32 @@ constexpr unsigned int KEY_ALL_ACCESS =
 constexpr unsigned int ERROR_SUCCESS = 0;
 constexpr unsigned int ERROR_FILE_NOT_FOUND = 2;
 constexpr unsigned int ERROR_PATH_NOT_FOUND = 3;
+constexpr unsigned int ERROR_TOO_MANY_OPEN_FILES = 4;
 constexpr unsigned int ERROR_ACCESS_DENIED = 5;
 constexpr unsigned int ERROR_INVALID_HANDLE = 6;
 constexpr unsigned int ERROR_NOT_ENOUGH_MEMORY = 8;
 constexpr unsigned int ERROR_OUTOFMEMORY = 14;
+constexpr unsigned int ERROR_NOT_SAME_DEVICE = 17;
+constexpr unsigned int ERROR_NO_MORE_FILES = 18;
 constexpr unsigned int ERROR_WRITE_FAULT = 29;
 constexpr unsigned int ERROR_READ_FAULT = 30;
+constexpr unsigned int ERROR_GEN_FAILURE = 31;
 constexpr unsigned int ERROR_SHARING_VIOLATION = 32;
 constexpr unsigned int ERROR_LOCK_VIOLATION = 33;
+constexpr unsigned int ERROR_HANDLE_DISK_FULL = 39;
 constexpr unsigned int ERROR_NOT_SUPPORTED = 50;
+constexpr unsigned int ERROR_FILE_EXISTS = 80;
 constexpr unsigned int ERROR_INVALID_PARAMETER = 87;
+constexpr unsigned int ERROR_DISK_FULL = 112;
 constexpr unsigned int ERROR_INSUFFICIENT_BUFFER = 122;
+constexpr unsigned int ERROR_INVALID_NAME = 123;
+constexpr unsigned int ERROR_DIR_NOT_EMPTY = 145;
+constexpr unsigned int ERROR_BUSY = 170;
 constexpr unsigned int ERROR_ALREADY_EXISTS = 183;
+constexpr unsigned int ERROR_FILENAME_EXCED_RANGE = 206;
 constexpr unsigned int ERROR_MORE_DATA = 234;
 constexpr unsigned int ERROR_NO_MORE_ITEMS = 259;
+constexpr unsigned int ERROR_DIRECTORY = 267;
 constexpr unsigned int ERROR_BADDB = 1009;
 constexpr unsigned int ERROR_BADKEY = 1010;
 constexpr unsigned int ERROR_CANTOPEN = 1011;
@@ -98,5 +110,40 @@ constexpr unsigned int ERROR_CANTWRITE = 1013;
 constexpr unsigned int ERROR_REGISTRY_CORRUPT = 1015;
 constexpr unsigned int ERROR_REGISTRY_IO_FAILED = 1016;
 constexpr unsigned int ERROR_KEY_DELETED = 1018;
+constexpr unsigned int ERROR_CANCELLED = 1223;
+constexpr unsigned int ERROR_CANT_RESOLVE_FILENAME = 1921;
+
+// Files: path capacity, attributes and the find-data record.
+constexpr unsigned int MAX_PATH = 260;
+constexpr unsigned int INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
+constexpr unsigned int FILE_ATTRIBUTE_READONLY = 0x00000001;
+constexpr unsigned int FILE_ATTRIBUTE_HIDDEN = 0x00000002;
+constexpr unsigned int FILE_ATTRIBUTE_SYSTEM = 0x00000004;
+constexpr unsigned int FILE_ATTRIBUTE_DIRECTORY = 0x00000010;
+constexpr unsigned int FILE_ATTRIBUTE_ARCHIVE = 0x00000020;
+constexpr unsigned int FILE_ATTRIBUTE_NORMAL = 0x00000080;
+constexpr unsigned int FILE_ATTRIBUTE_TEMPORARY = 0x00000100;
+constexpr unsigned int FILE_ATTRIBUTE_REPARSE_POINT = 0x00000400;
+
+/// A point in time: 100 ns intervals since 1601-01-01 00:00 UTC, in two
+/// 32-bit halves.
+struct FILETIME {
+    unsigned int dwLowDateTime;
+    unsigned int dwHighDateTime;
+};
+
+/// What a directory search reports about one file. The name is the file's
+/// own name, without its directory. A symbolic link carries
+/// FILE_ATTRIBUTE_REPARSE_POINT and describes the link, not its target.
+struct WIN32_FIND_DATAW {
+    unsigned int dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    unsigned int nFileSizeHigh;
+    unsigned int nFileSizeLow;
+    unsigned int dwOID;  ///< object store id; always 0 here
+    wchar_t cFileName[MAX_PATH];
+};
 
 #endif  // _WIN32
