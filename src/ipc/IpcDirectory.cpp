@@ -1,7 +1,9 @@
 #include "ipc/IpcDirectory.h"
 
+#include <chrono>
 #include <map>
 #include <new>
+#include <thread>
 
 #include "platform/DebugOutput.h"
 #include "platform/Namespace.h"
@@ -11,9 +13,9 @@
 namespace kiv::ipc::detail {
 namespace {
 
-constexpr std::uint32_t kReady = 0x4B495053u;  // "KIPS"
-// How often a waiter for a lock looks whether its holder is still alive.
-constexpr int kHolderCheckMs = 200;
+using platform::SharedLockResult;
+
+constexpr std::uint32_t kReady = 0x4B495032u;  // "KIP2"
 
 SectionTrailer* TrailerOf(void* base) {
     return reinterpret_cast<SectionTrailer*>(static_cast<std::uint8_t*>(base) + kTrailerAt);
@@ -31,8 +33,10 @@ bool InitialiseSection(void* base) {
     Bytes(static_cast<std::uint8_t*>(base), kSectionSize).SetU32(kNextObjectIdAt, 1);
     SectionTrailer* trailer = new (TrailerOf(base)) SectionTrailer;
     trailer->nextToken.store(1, std::memory_order_relaxed);
-    trailer->directoryHolder.store(0, std::memory_order_relaxed);
-    trailer->dataHolder.store(0, std::memory_order_relaxed);
+    if (!platform::InitSharedLock(&trailer->directoryLock) ||
+        !platform::InitSharedLock(&trailer->dataLock)) {
+        return false;
+    }
     trailer->ready.store(kReady, std::memory_order_release);
     return true;
 }
@@ -45,30 +49,21 @@ std::u16string RecordName(const Record& record) {
 
 // --- cross-process lock ---------------------------------------------------
 
-void CrossProcessLock::Lock() {
-    for (;;) {
-        if (platform::WaitFor(m_event, kHolderCheckMs) == 0) {
-            m_holder->store(platform::ProcessStamp(), std::memory_order_relaxed);
-            return;
-        }
-        // A holder that died cannot give the lock back: the first waiter to
-        // notice gives it back in its place, once.
-        std::uint64_t holder = m_holder->load(std::memory_order_relaxed);
-        if (holder != 0 && !platform::ProcessStampIsAlive(holder) &&
-            m_holder->compare_exchange_strong(holder, 0)) {
-            m_event.Set();
-        }
+bool CrossProcessLock::Lock() {
+    // Only a failure to lock at all (a corrupt lock) leaves the caller
+    // without it; that is not survivable, so keep trying as a wait would.
+    SharedLockResult rc;
+    while ((rc = platform::TakeSharedLock(m_lock)) == SharedLockResult::Failed) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    // The event only shows the state: consume its signal if it has one.
+    platform::WaitFor(m_event, 0);
+    return rc == SharedLockResult::TakenFromDeadOwner;
 }
 
 void CrossProcessLock::Unlock() {
-    // Given back before the record is cleared: a process that dies between
-    // the two leaves at most a stale record, never a lock nobody can free.
-    // The record is cleared only while it is still this process's, since
-    // the next holder may already have written its own.
     m_event.Set();
-    std::uint64_t mine = platform::ProcessStamp();
-    m_holder->compare_exchange_strong(mine, 0);
+    platform::ReleaseSharedLock(m_lock);
 }
 
 class IpcDirectory::Locked {
@@ -87,8 +82,8 @@ private:
 IpcDirectory::IpcDirectory(std::uint8_t* base, platform::Event directory, platform::Event data)
     : m_base(base),
       m_trailer(TrailerOf(base)),
-      m_directoryLock(std::move(directory), &m_trailer->directoryHolder),
-      m_dataLock(std::move(data), &m_trailer->dataHolder) {}
+      m_directoryLock(std::move(directory), &m_trailer->directoryLock),
+      m_dataLock(std::move(data), &m_trailer->dataLock) {}
 
 IpcDirectory* IpcDirectory::Current() {
     static std::mutex lock;
@@ -336,7 +331,9 @@ int IpcDirectory::Subscribe(std::u16string_view server, std::u16string_view even
         return -1;
     }
     const std::size_t countAt = record + EventAt(e) + kSubscriberCountAt;
-    s.SetI32(countAt, s.I32(countAt) + 1);
+    // Counted in unsigned arithmetic: whatever the section holds, even
+    // INT_MAX, wraps as the device's 32-bit addition did.
+    s.SetU32(countAt, s.U32(countAt) + 1);
     const std::size_t at = record + SubscriberAt(e, free);
     const std::uint32_t id = NextObjectId();
     s.SetU32(at + kSubscriberIdAt, id);

@@ -2,11 +2,13 @@
 // the current namespace, and the ten data slots through which payloads
 // travel, all in the section "IPC_Shar" (see IpcSection.h).
 //
-// The directory and the data slots each have a cross-process lock: the named
-// automatic events "KIV_IPC_MUTEX_EVENT" and "KIV_IPC_SHARE_DATA", taken by a
-// wait and given back by a set. The process that holds one is recorded
-// beside the section, so that a lock whose holder died is given back by the
-// next process that waits for it.
+// The directory and the data slots each have a cross-process lock: a robust
+// process-shared mutex beside the section. Taking it and becoming its owner
+// are one step, so a holder that dies at any moment hands the lock to the
+// next taker, which is told and goes on. The named automatic events
+// "KIV_IPC_MUTEX_EVENT" and "KIV_IPC_SHARE_DATA" follow the locks for anyone
+// who looks at them: each is unsignalled while its lock is held and set when
+// it is given back, but waiting on them guards nothing.
 //
 // Handlers and callbacks are stored as 32-bit tokens, unique in the
 // namespace; each process maps its own tokens back to its functions.
@@ -23,6 +25,7 @@
 #include <vector>
 
 #include "ipc/IpcSection.h"
+#include "platform/SharedLock.h"
 #include "platform/Waitable.h"
 
 namespace kiv::ipc::detail {
@@ -34,27 +37,27 @@ using Handler = int (*)(void*);
 struct SectionTrailer {
     std::atomic<std::uint32_t> ready;  // set once the section is initialised
     std::atomic<std::uint32_t> nextToken;
-    std::atomic<std::uint64_t> directoryHolder;  // ProcessStamp of the holder, or 0
-    std::atomic<std::uint64_t> dataHolder;
+    platform::SharedLock directoryLock;
+    platform::SharedLock dataLock;
 };
 
 inline constexpr std::size_t kTrailerAt = (kSectionSize + 7) / 8 * 8;
 inline constexpr std::size_t kMappedSize = 81920;  // whole pages
 static_assert(kTrailerAt + sizeof(SectionTrailer) <= kMappedSize);
 
-/// A lock made of a named automatic event, with its holder recorded.
+/// A robust mutex in the section, mirrored by a named automatic event.
 class CrossProcessLock {
 public:
-    CrossProcessLock(platform::Event event, std::atomic<std::uint64_t>* holder)
-        : m_event(std::move(event)), m_holder(holder) {}
-    /// Waits for the lock as long as it takes; gives it back first when its
-    /// recorded holder has died.
-    void Lock();
+    CrossProcessLock(platform::Event event, platform::SharedLock* lock)
+        : m_event(std::move(event)), m_lock(lock) {}
+    /// Waits for the lock as long as it takes. True when the previous holder
+    /// died holding it: what it guards may be half edited.
+    bool Lock();
     void Unlock();
 
 private:
     platform::Event m_event;
-    std::atomic<std::uint64_t>* m_holder;
+    platform::SharedLock* m_lock;
 };
 
 class IpcDirectory {

@@ -190,4 +190,30 @@ TEST(IpcAcrossProcesses, AClientKilledHoldingTheDirectoryLockDoesNotBlockTheNext
     EXPECT_EQ(ipc.GetService(L"after", service), 0u);
 }
 
+TEST(IpcAcrossProcesses, TheLockEventShowsTheLockButAProcessKilledHoldingTheEventBlocksNobody) {
+    using namespace kiv::platform;
+    ASSERT_NE(kiv::ipc::detail::IpcDirectory::Current(), nullptr);
+    Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
+    ASSERT_TRUE(event.IsValid());
+    {
+        HelperProcess holder(Child(), {"hold-lock"});
+        ASSERT_TRUE(holder.AwaitReady());
+        EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);  // held: unsignalled
+        holder.Kill();
+        ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    }
+    std::vector<MIpcService> list;
+    MIpc().GetServiceList(list);
+    ASSERT_EQ(WaitFor(event, 0), 0);  // given back by the next holder
+    event.Set();
+    // A process that takes the event itself and dies with it (as one killed
+    // between taking a lock and recording itself would) keeps nobody out.
+    HelperProcess taker(Child(), {"take-event"});
+    ASSERT_TRUE(taker.AwaitReady());
+    taker.Kill();
+    ASSERT_EQ(taker.Wait(), 128 + SIGKILL);
+    HelperProcess lister(Child(), {"list"});
+    EXPECT_EQ(lister.Wait(10000), 0);
+}
+
 }  // namespace

@@ -6,11 +6,15 @@
 //                          and the event "news"; adds the command "late" after
 //                          registering; pumps until "quit", unregisters, exits 0
 //   hold-lock              takes the directory lock and sleeps until killed
+//   take-event             takes the directory lock's named event by a wait
+//                          of its own and sleeps until killed
+//   list                   lists the directory once and exits 0
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <kiv/ipc/MIpc.h>
 #include <kiv/ipc/MessageWindow.h>
@@ -92,6 +96,22 @@ int main(int argc, char** argv) {
         for (;;) {
             pause();
         }
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "take-event") == 0) {
+        using namespace kiv::platform;
+        Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
+        if (!event.IsValid() || WaitFor(event, kInfinite) != 0) {
+            return 4;
+        }
+        kiv::test::ReportReady();
+        for (;;) {
+            pause();
+        }
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "list") == 0) {
+        std::vector<MIpcService> list;
+        MIpc().GetServiceList(list);
+        return 0;
     }
     return 2;
 }
