@@ -5,12 +5,14 @@
 
 #include "platform/InstanceLock.h"
 #include "platform/Namespace.h"
+#include "platform/posix/SharedMappingPosix.h"
 
 namespace kiv::platform {
 
 std::unique_ptr<InstanceLock> InstanceLock::TryAcquire(std::wstring_view name) {
     const std::string object = SystemObjectName("lock", name);
-    const int fd = shm_open(object.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const long pid = static_cast<long>(getpid());
+    const int fd = posix::OpenOwnedSharedObject(object, sizeof pid);
     if (fd < 0) {
         return nullptr;
     }
@@ -21,7 +23,6 @@ std::unique_ptr<InstanceLock> InstanceLock::TryAcquire(std::wstring_view name) {
         return nullptr;
     }
     // Others learn who holds it from its content.
-    const long pid = static_cast<long>(getpid());
     if (ftruncate(fd, sizeof pid) != 0 || pwrite(fd, &pid, sizeof pid, 0) != sizeof pid) {
         close(fd);
         return nullptr;
