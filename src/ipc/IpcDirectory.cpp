@@ -1,5 +1,6 @@
 #include "ipc/IpcDirectory.h"
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <new>
@@ -15,7 +16,7 @@ namespace {
 
 using platform::SharedLockResult;
 
-constexpr std::uint32_t kReady = 0x4B495032u;  // "KIP2"
+constexpr std::uint32_t kReady = 0x4B495033u;  // "KIP3"
 
 SectionTrailer* TrailerOf(void* base) {
     return reinterpret_cast<SectionTrailer*>(static_cast<std::uint8_t*>(base) + kTrailerAt);
@@ -33,6 +34,9 @@ bool InitialiseSection(void* base) {
     Bytes(static_cast<std::uint8_t*>(base), kSectionSize).SetU32(kNextObjectIdAt, 1);
     SectionTrailer* trailer = new (TrailerOf(base)) SectionTrailer;
     trailer->nextToken.store(1, std::memory_order_relaxed);
+    for (auto& holder : trailer->slotHolder) {
+        holder.store(0, std::memory_order_relaxed);
+    }
     if (!platform::InitSharedLock(&trailer->directoryLock) ||
         !platform::InitSharedLock(&trailer->dataLock)) {
         return false;
@@ -410,21 +414,51 @@ std::uint32_t IpcDirectory::PutData(const void* data, std::uint32_t size) {
     }
     Locked lock(m_dataLock);
     Bytes s = Section();
-    for (std::int32_t slot = 0; slot < kSlotCount; ++slot) {
-        const std::size_t payload = PayloadAt(slot);
-        if (s.Byte(payload - 2) != 0) {
-            continue;
+    std::int32_t slot = 0;
+    while (slot < kSlotCount && s.Byte(PayloadAt(slot) - 2) != 0) {
+        ++slot;
+    }
+    if (slot == kSlotCount) {
+        // None free: take back the first one whose holder has ended (or that
+        // no process of this build recorded holding).
+        slot = 0;
+        while (slot < kSlotCount) {
+            const std::uint64_t holder =
+                m_trailer->slotHolder[slot].load(std::memory_order_relaxed);
+            if (holder == 0 || !platform::ProcessStampIsAlive(holder)) {
+                break;
+            }
+            ++slot;
         }
+    }
+    if (slot < kSlotCount) {
+        const std::size_t payload = PayloadAt(slot);
         s.Clear(static_cast<std::int64_t>(payload), kPayloadSize);
         // 1,024 bytes or more keep only 1,023 of them.
         const std::size_t n = size < kPayloadSize ? size : kPayloadSize - 1;
         if (data != nullptr) {
             s.Copy(payload, data, n);
         }
+        m_trailer->slotHolder[slot].store(platform::ProcessStamp(), std::memory_order_relaxed);
         s.SetByte(payload - 2, 1);
         return static_cast<std::uint32_t>(payload);
     }
     return 0;
+}
+
+const int IpcDirectory::kDataWaitMs = 2000;
+
+std::uint32_t IpcDirectory::AwaitData(const void* data, std::uint32_t size) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(kDataWaitMs);
+    for (int round = 0;; ++round) {
+        if (const std::uint32_t payload = PutData(data, size); payload != 0) {
+            return payload;
+        }
+        if (std::chrono::steady_clock::now() >= limit) {
+            return 0;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(100 << std::min(round, 5)));
+    }
 }
 
 void IpcDirectory::ReleaseData(std::uint32_t payload) {
@@ -433,6 +467,7 @@ void IpcDirectory::ReleaseData(std::uint32_t payload) {
     }
     Locked lock(m_dataLock);
     Section().SetByte(payload - 2, 0);
+    m_trailer->slotHolder[(payload - kSlotsAt - 2) / kSlotSize].store(0, std::memory_order_relaxed);
 }
 
 void* IpcDirectory::Payload(std::uint32_t payload) {

@@ -39,6 +39,9 @@ struct SectionTrailer {
     std::atomic<std::uint32_t> nextToken;
     platform::SharedLock directoryLock;
     platform::SharedLock dataLock;
+    // The process holding each data slot (a ProcessStamp), or 0: a slot
+    // whose holder has ended is free whatever its flag says.
+    std::atomic<std::uint64_t> slotHolder[kSlotCount];
 };
 
 inline constexpr std::size_t kTrailerAt = (kSectionSize + 7) / 8 * 8;
@@ -62,6 +65,9 @@ private:
 
 class IpcDirectory {
 public:
+    /// How long a payload waits for a free data slot.
+    static const int kDataWaitMs;
+
     /// The directory of the current namespace, mapped on first use; null if
     /// the section or its locks cannot be had.
     static IpcDirectory* Current();
@@ -96,8 +102,12 @@ public:
     Handler Resolve(std::uint32_t id);
 
     /// Copies a payload into a free data slot; the payload's offset in the
-    /// section, or 0 for size 0 or when every slot is in use.
+    /// section, or 0 for size 0 or when every slot is in use. A slot whose
+    /// holder process has ended counts as free.
     std::uint32_t PutData(const void* data, std::uint32_t size);
+    /// PutData that waits while every slot is in use (their holders give
+    /// them back once their receivers ran), up to kDataWaitMs; 0 then.
+    std::uint32_t AwaitData(const void* data, std::uint32_t size);
     /// Frees the slot of a payload offset; other values are ignored.
     void ReleaseData(std::uint32_t payload);
     /// The address in this process of a payload offset; null for 0 or any

@@ -320,6 +320,31 @@ TEST(IpcDirectory, DataSlotsKeepAt1023BytesAndRunOutAfterTen) {
     EXPECT_EQ(d.PutData(big.data(), 3), slots[3]);
 }
 
+TEST(IpcDirectory, ACommandWhosePayloadFindsNoSlotFailsWithoutRunningItsHandler) {
+    MIpcServer server = NamedServer(L"slots");
+    server.AddCommand(L"c", Record<7>, nullptr);
+    MIpc ipc;
+    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
+    MIpcService service;
+    ASSERT_EQ(ipc.GetService(L"slots", service), 0u);
+    IpcDirectory& d = Directory();
+    std::vector<std::uint32_t> slots;
+    for (int i = 0; i < kSlotCount; ++i) {
+        slots.push_back(d.PutData("held", 5));
+        ASSERT_NE(slots.back(), 0u);
+    }
+    g_calls.clear();
+    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), 0xFFFFFFFFu);
+    EXPECT_TRUE(g_calls.empty());
+    EXPECT_EQ(service.SendCommand(L"c", nullptr, 0, 0), 0u);  // no payload, no slot needed
+    d.ReleaseData(slots[4]);
+    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), 0u);
+    EXPECT_EQ(g_calls, (std::vector<std::string>{"7:null", "7:x"}));
+    for (std::uint32_t slot : slots) {
+        d.ReleaseData(slot);
+    }
+}
+
 TEST(IpcDirectory, GarbageInTheSectionMakesNoOperationLeaveIt) {
     IpcDirectory& d = Directory();
     Bytes s = d.Section();

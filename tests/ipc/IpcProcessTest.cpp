@@ -7,6 +7,7 @@
 #include <kiv/ipc/MIpc.h>
 #include <kiv/ipc/MessageWindow.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <string>
@@ -142,8 +143,9 @@ TEST(IpcAcrossProcesses, ServersEndWithTheirProcessesUnregistrationAndSendsToThe
     ASSERT_EQ(killed.Process().Wait(), 128 + SIGKILL);
     MIpc ipc;
     MIpcService service;
-    ASSERT_EQ(ipc.GetService(L"srv", service), 0u);           // nothing removes its record
-    EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), 0u);  // and the send returns
+    ASSERT_EQ(ipc.GetService(L"srv", service), 0u);  // nothing removes its record
+    // The send returns, and says that nothing ran.
+    EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), 0xFFFFFFFFu);
 }
 
 TEST(IpcAcrossProcesses, ProcessesStartingTogetherShareOneSectionAndOneIdCounter) {
@@ -214,6 +216,30 @@ TEST(IpcAcrossProcesses, TheLockEventShowsTheLockButAProcessKilledHoldingTheEven
     ASSERT_EQ(taker.Wait(), 128 + SIGKILL);
     HelperProcess lister(Child(), {"list"});
     EXPECT_EQ(lister.Wait(10000), 0);
+}
+
+TEST(IpcAcrossProcesses, ADataSlotOfAProcessKilledHoldingItIsFreeAgain) {
+    using kiv::ipc::detail::IpcDirectory;
+    HelperProcess holder(Child(), {"hold-slot"});
+    ASSERT_TRUE(holder.AwaitReady());
+    IpcDirectory* directory = IpcDirectory::Current();
+    ASSERT_NE(directory, nullptr);
+    std::vector<std::uint32_t> mine;
+    for (int i = 1; i < kiv::ipc::detail::kSlotCount; ++i) {
+        mine.push_back(directory->PutData("p", 2));
+        ASSERT_NE(mine.back(), 0u);
+    }
+    EXPECT_EQ(directory->PutData("p", 2), 0u);  // the holder lives: all ten taken
+    holder.Kill();
+    ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    const std::uint32_t reclaimed = directory->PutData("p", 2);
+    EXPECT_NE(reclaimed, 0u);
+    EXPECT_EQ(std::count(mine.begin(), mine.end(), reclaimed), 0);
+    EXPECT_EQ(directory->PutData("p", 2), 0u);
+    directory->ReleaseData(reclaimed);
+    for (std::uint32_t slot : mine) {
+        directory->ReleaseData(slot);
+    }
 }
 
 }  // namespace

@@ -9,6 +9,8 @@
 //   take-event             takes the directory lock's named event by a wait
 //                          of its own and sleeps until killed
 //   list                   lists the directory once and exits 0
+//   hold-slot              puts a payload into a data slot and sleeps until
+//                          killed
 #include <unistd.h>
 
 #include <cstdio>
@@ -101,6 +103,16 @@ int main(int argc, char** argv) {
         using namespace kiv::platform;
         Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
         if (!event.IsValid() || WaitFor(event, kInfinite) != 0) {
+            return 4;
+        }
+        kiv::test::ReportReady();
+        for (;;) {
+            pause();
+        }
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "hold-slot") == 0) {
+        kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
+        if (directory == nullptr || directory->PutData("mine", 5) == 0) {
             return 4;
         }
         kiv::test::ReportReady();
