@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/DebugOutput.h"
+#include "platform/MessageWindow.h"
 #include "platform/Namespace.h"
 #include "platform/ProcessTable.h"
 #include "platform/SharedSection.h"
@@ -139,6 +140,7 @@ int IpcDirectory::LookUp(std::u16string_view name, Record& out) {
 
 std::vector<Record> IpcDirectory::Records() {
     Locked lock(m_directoryLock);
+    SweepDeadLocked();
     const std::int32_t count = Section().Count(kServerCountAt, kMaxServers);
     std::vector<Record> records(static_cast<std::size_t>(count));
     for (std::int32_t i = 0; i < count; ++i) {
@@ -164,6 +166,10 @@ std::uint32_t IpcDirectory::NextObjectId() {
 int IpcDirectory::Register(Record& record, const std::function<std::uint32_t()>& window) {
     Locked lock(m_directoryLock);
     Bytes s = Section();
+    if (s.U32(kServerCountAt) >= static_cast<std::uint32_t>(kMaxServers) ||
+        FindServerIndex(RecordName(record)) >= 0) {
+        SweepDeadLocked();  // the records of servers that ended make room
+    }
     const auto count = s.U32(kServerCountAt);
     if (count >= static_cast<std::uint32_t>(kMaxServers)) {
         return -1;
@@ -186,17 +192,77 @@ int IpcDirectory::Unregister(std::u16string_view name) {
         if (!s.TextEquals(RecordAt(i) + kNameAt, kNameChars, name)) {
             continue;
         }
-        const std::int32_t remaining = s.Count(kServerCountAt, kMaxServers) - 1;
-        s.SetI32(kServerCountAt, remaining);
-        if (i != remaining) {
-            s.Move(RecordAt(i), RecordAt(i + 1),
-                   static_cast<std::int64_t>(remaining - i) * kRecordSize);
-        }
+        RemoveRecordAt(i);
         // The vacated last record is left as it was, and the walk goes on
         // from the next index: the record moved into this place is not
         // looked at again.
     }
     return 0;
+}
+
+void IpcDirectory::RemoveRecordAt(std::int32_t i) {
+    Bytes s = Section();
+    const std::int32_t remaining = s.Count(kServerCountAt, kMaxServers) - 1;
+    s.SetI32(kServerCountAt, remaining);
+    if (i != remaining) {
+        s.Move(RecordAt(i), RecordAt(i + 1),
+               static_cast<std::int64_t>(remaining - i) * kRecordSize);
+    }
+}
+
+void IpcDirectory::RemoveSubscriberAt(std::size_t record, std::int32_t e, std::int32_t i) {
+    Bytes s = Section();
+    const std::size_t countAt = record + EventAt(e) + kSubscriberCountAt;
+    const std::int32_t remaining = s.Count(countAt, kMaxSubscribers) - 1;
+    s.SetI32(countAt, remaining);
+    const auto entry = [&](std::int32_t k) {
+        return static_cast<std::int64_t>(record + EventAt(e) + kSubscribersAt) +
+               static_cast<std::int64_t>(k) * static_cast<std::int64_t>(kSubscriberSize);
+    };
+    // The byte counts use a 256-byte stride, not the 12 bytes of an entry:
+    // the move and the clear reach past this event's entries.
+    if (i != remaining) {
+        s.Move(entry(i), entry(i + 1), static_cast<std::int64_t>(remaining - i) * 256);
+    }
+    s.Clear(entry(remaining), 256);
+}
+
+namespace {
+
+// A window lives while its owner thread does; the window table finds the
+// owners that died.
+bool WindowLives(std::uint32_t window) {
+    return window != 0 && platform::GetWindowOwner(platform::WindowFromValue(window), nullptr) != 0;
+}
+
+}  // namespace
+
+void IpcDirectory::SweepDeadLocked() {
+    Bytes s = Section();
+    for (std::int32_t i = 0; i < s.Count(kServerCountAt, kMaxServers);) {
+        const std::size_t record = RecordAt(i);
+        if (!WindowLives(s.U32(record + kWindowAt))) {
+            RemoveRecordAt(i);  // the next record moved here: look at it too
+            continue;
+        }
+        for (std::int32_t e = 0; e < kMaxEvents; ++e) {
+            for (std::int32_t k = 0; k < kMaxSubscribers;) {
+                const std::size_t at = record + SubscriberAt(e, k);
+                if (s.I32(at + kSubscriberIdAt) >= 1 &&
+                    !WindowLives(s.U32(at + kSubscriberWindowAt))) {
+                    RemoveSubscriberAt(record, e, k);
+                } else {
+                    ++k;
+                }
+            }
+        }
+        ++i;
+    }
+}
+
+void IpcDirectory::SweepDead() {
+    Locked lock(m_directoryLock);
+    SweepDeadLocked();
 }
 
 int IpcDirectory::AddCommand(Record& record, std::u16string_view name, Handler handler,
@@ -359,19 +425,7 @@ void IpcDirectory::Unsubscribe(std::u16string_view server, int id) {
             if (s.I32(record + SubscriberAt(e, i) + kSubscriberIdAt) != id) {
                 continue;
             }
-            const std::size_t countAt = record + EventAt(e) + kSubscriberCountAt;
-            const std::int32_t remaining = s.Count(countAt, kMaxSubscribers) - 1;
-            s.SetI32(countAt, remaining);
-            const auto entry = [&](std::int32_t k) {
-                return static_cast<std::int64_t>(record + EventAt(e) + kSubscribersAt) +
-                       static_cast<std::int64_t>(k) * static_cast<std::int64_t>(kSubscriberSize);
-            };
-            // The byte counts use a 256-byte stride, not the 12 bytes of an
-            // entry: the move and the clear reach past this event's entries.
-            if (i != remaining) {
-                s.Move(entry(i), entry(i + 1), static_cast<std::int64_t>(remaining - i) * 256);
-            }
-            s.Clear(entry(remaining), 256);
+            RemoveSubscriberAt(record, e, i);
             return;
         }
     }

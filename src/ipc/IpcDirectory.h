@@ -79,10 +79,12 @@ public:
     int FindServerIndex(std::u16string_view name);
     /// Copies the record named `name` into `out`; its index, or -1.
     int LookUp(std::u16string_view name, Record& out);
-    /// Copies every record in use, in directory order.
+    /// Copies every record in use, in directory order, after sweeping out
+    /// those of ended servers.
     std::vector<Record> Records();
     /// Publishes `record`, after filling in the window (`window()` runs under
-    /// the lock) and this process's id; its index, or -1.
+    /// the lock) and this process's id; its index, or -1. A full directory or
+    /// a name taken is first swept of ended servers.
     int Register(Record& record, const std::function<std::uint32_t()>& window);
     /// Removes every record named `name`; always 0.
     int Unregister(std::u16string_view name);
@@ -114,6 +116,10 @@ public:
     /// value that is not the offset of a payload.
     void* Payload(std::uint32_t payload);
 
+    /// Removes, as their owners would have, the server records and the
+    /// subscriptions whose window has ended with its thread or process.
+    void SweepDead();
+
     /// Takes the directory lock and never gives it back: lets a test process
     /// die holding it.
     void LockDirectoryForever() { m_directoryLock.Lock(); }
@@ -121,6 +127,13 @@ public:
 private:
     IpcDirectory(std::uint8_t* base, platform::Event directory, platform::Event data);
 
+    // With the directory lock held: removes record `i` as unregistering
+    // does, the subscriber `i` of event `e` of the record at `record` as
+    // unsubscribing does, and every record and subscription of an ended
+    // window.
+    void RemoveRecordAt(std::int32_t i);
+    void RemoveSubscriberAt(std::size_t record, std::int32_t e, std::int32_t i);
+    void SweepDeadLocked();
     // Copies the shared record named like `record` over it, if registered.
     void Refresh(Record& record);
     std::uint32_t NextObjectId();

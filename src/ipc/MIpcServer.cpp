@@ -83,6 +83,7 @@ unsigned int MIpcServerImpl::SetEvent(const wchar_t* name, const void* data, uns
     }
     const std::u16string event = RecordText(name, 1024);
     bool failed = false;
+    bool ended = false;
     directory->LookUp(Bytes(m_record).Text(kNameAt, kNameChars), m_record);
     const Bytes r(m_record);
     const std::int32_t events = r.Count(kEventCountAt, kMaxEvents);
@@ -102,13 +103,18 @@ unsigned int MIpcServerImpl::SetEvent(const wchar_t* name, const void* data, uns
         for (std::int32_t k = 0; k < subscribers; ++k) {
             const std::size_t at = SubscriberAt(e, k);
             std::intptr_t result = 0;
-            // A subscriber whose window is gone has ended: it is skipped.
-            failed = failed || platform::SendWindowMessageChecked(
-                                   platform::WindowFromValue(r.U32(at + kSubscriberWindowAt)),
-                                   kEventMessage, r.U32(at + kSubscriberIdAt), payload,
-                                   &result) == platform::SendOutcome::Failed;
+            const platform::SendOutcome outcome = platform::SendWindowMessageChecked(
+                platform::WindowFromValue(r.U32(at + kSubscriberWindowAt)), kEventMessage,
+                r.U32(at + kSubscriberIdAt), payload, &result);
+            // A subscriber whose window is gone has ended: it is skipped, and
+            // its subscription removed below.
+            failed = failed || outcome == platform::SendOutcome::Failed;
+            ended = ended || outcome == platform::SendOutcome::NoWindow;
         }
         directory->ReleaseData(payload);
+    }
+    if (ended) {
+        directory->SweepDead();
     }
     return failed ? kFailed : 0;
 }

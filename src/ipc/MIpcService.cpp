@@ -48,6 +48,9 @@ unsigned int MIpcServiceImpl::SendCommand(const wchar_t* name, const void* data,
         platform::WindowFromValue(r.U32(kWindowAt)), kCommandMessage,
         r.U32(CommandAt(c) + kCommandIdAt), payload, &result);
     directory->ReleaseData(payload);
+    if (outcome == platform::SendOutcome::NoWindow) {
+        directory->SweepDead();  // the server ended without unregistering
+    }
     return outcome == platform::SendOutcome::Ran ? 0 : kFailed;
 }
 
