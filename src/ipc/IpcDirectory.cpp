@@ -1,9 +1,13 @@
 #include "ipc/IpcDirectory.h"
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <new>
+#include <thread>
 
 #include "platform/DebugOutput.h"
+#include "platform/MessageWindow.h"
 #include "platform/Namespace.h"
 #include "platform/ProcessTable.h"
 #include "platform/SharedSection.h"
@@ -11,9 +15,9 @@
 namespace kiv::ipc::detail {
 namespace {
 
-constexpr std::uint32_t kReady = 0x4B495053u;  // "KIPS"
-// How often a waiter for a lock looks whether its holder is still alive.
-constexpr int kHolderCheckMs = 200;
+using platform::SharedLockResult;
+
+constexpr std::uint32_t kReady = 0x4B495033u;  // "KIP3"
 
 SectionTrailer* TrailerOf(void* base) {
     return reinterpret_cast<SectionTrailer*>(static_cast<std::uint8_t*>(base) + kTrailerAt);
@@ -31,8 +35,13 @@ bool InitialiseSection(void* base) {
     Bytes(static_cast<std::uint8_t*>(base), kSectionSize).SetU32(kNextObjectIdAt, 1);
     SectionTrailer* trailer = new (TrailerOf(base)) SectionTrailer;
     trailer->nextToken.store(1, std::memory_order_relaxed);
-    trailer->directoryHolder.store(0, std::memory_order_relaxed);
-    trailer->dataHolder.store(0, std::memory_order_relaxed);
+    for (auto& holder : trailer->slotHolder) {
+        holder.store(0, std::memory_order_relaxed);
+    }
+    if (!platform::InitSharedLock(&trailer->directoryLock) ||
+        !platform::InitSharedLock(&trailer->dataLock)) {
+        return false;
+    }
     trailer->ready.store(kReady, std::memory_order_release);
     return true;
 }
@@ -45,30 +54,21 @@ std::u16string RecordName(const Record& record) {
 
 // --- cross-process lock ---------------------------------------------------
 
-void CrossProcessLock::Lock() {
-    for (;;) {
-        if (platform::WaitFor(m_event, kHolderCheckMs) == 0) {
-            m_holder->store(platform::ProcessStamp(), std::memory_order_relaxed);
-            return;
-        }
-        // A holder that died cannot give the lock back: the first waiter to
-        // notice gives it back in its place, once.
-        std::uint64_t holder = m_holder->load(std::memory_order_relaxed);
-        if (holder != 0 && !platform::ProcessStampIsAlive(holder) &&
-            m_holder->compare_exchange_strong(holder, 0)) {
-            m_event.Set();
-        }
+bool CrossProcessLock::Lock() {
+    // Only a failure to lock at all (a corrupt lock) leaves the caller
+    // without it; that is not survivable, so keep trying as a wait would.
+    SharedLockResult rc;
+    while ((rc = platform::TakeSharedLock(m_lock)) == SharedLockResult::Failed) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    // The event only shows the state: consume its signal if it has one.
+    platform::WaitFor(m_event, 0);
+    return rc == SharedLockResult::TakenFromDeadOwner;
 }
 
 void CrossProcessLock::Unlock() {
-    // Given back before the record is cleared: a process that dies between
-    // the two leaves at most a stale record, never a lock nobody can free.
-    // The record is cleared only while it is still this process's, since
-    // the next holder may already have written its own.
     m_event.Set();
-    std::uint64_t mine = platform::ProcessStamp();
-    m_holder->compare_exchange_strong(mine, 0);
+    platform::ReleaseSharedLock(m_lock);
 }
 
 class IpcDirectory::Locked {
@@ -87,8 +87,8 @@ private:
 IpcDirectory::IpcDirectory(std::uint8_t* base, platform::Event directory, platform::Event data)
     : m_base(base),
       m_trailer(TrailerOf(base)),
-      m_directoryLock(std::move(directory), &m_trailer->directoryHolder),
-      m_dataLock(std::move(data), &m_trailer->dataHolder) {}
+      m_directoryLock(std::move(directory), &m_trailer->directoryLock),
+      m_dataLock(std::move(data), &m_trailer->dataLock) {}
 
 IpcDirectory* IpcDirectory::Current() {
     static std::mutex lock;
@@ -140,6 +140,7 @@ int IpcDirectory::LookUp(std::u16string_view name, Record& out) {
 
 std::vector<Record> IpcDirectory::Records() {
     Locked lock(m_directoryLock);
+    SweepDeadLocked();
     const std::int32_t count = Section().Count(kServerCountAt, kMaxServers);
     std::vector<Record> records(static_cast<std::size_t>(count));
     for (std::int32_t i = 0; i < count; ++i) {
@@ -165,6 +166,10 @@ std::uint32_t IpcDirectory::NextObjectId() {
 int IpcDirectory::Register(Record& record, const std::function<std::uint32_t()>& window) {
     Locked lock(m_directoryLock);
     Bytes s = Section();
+    if (s.U32(kServerCountAt) >= static_cast<std::uint32_t>(kMaxServers) ||
+        FindServerIndex(RecordName(record)) >= 0) {
+        SweepDeadLocked();  // the records of servers that ended make room
+    }
     const auto count = s.U32(kServerCountAt);
     if (count >= static_cast<std::uint32_t>(kMaxServers)) {
         return -1;
@@ -187,17 +192,77 @@ int IpcDirectory::Unregister(std::u16string_view name) {
         if (!s.TextEquals(RecordAt(i) + kNameAt, kNameChars, name)) {
             continue;
         }
-        const std::int32_t remaining = s.Count(kServerCountAt, kMaxServers) - 1;
-        s.SetI32(kServerCountAt, remaining);
-        if (i != remaining) {
-            s.Move(RecordAt(i), RecordAt(i + 1),
-                   static_cast<std::int64_t>(remaining - i) * kRecordSize);
-        }
+        RemoveRecordAt(i);
         // The vacated last record is left as it was, and the walk goes on
         // from the next index: the record moved into this place is not
         // looked at again.
     }
     return 0;
+}
+
+void IpcDirectory::RemoveRecordAt(std::int32_t i) {
+    Bytes s = Section();
+    const std::int32_t remaining = s.Count(kServerCountAt, kMaxServers) - 1;
+    s.SetI32(kServerCountAt, remaining);
+    if (i != remaining) {
+        s.Move(RecordAt(i), RecordAt(i + 1),
+               static_cast<std::int64_t>(remaining - i) * kRecordSize);
+    }
+}
+
+void IpcDirectory::RemoveSubscriberAt(std::size_t record, std::int32_t e, std::int32_t i) {
+    Bytes s = Section();
+    const std::size_t countAt = record + EventAt(e) + kSubscriberCountAt;
+    const std::int32_t remaining = s.Count(countAt, kMaxSubscribers) - 1;
+    s.SetI32(countAt, remaining);
+    const auto entry = [&](std::int32_t k) {
+        return static_cast<std::int64_t>(record + EventAt(e) + kSubscribersAt) +
+               static_cast<std::int64_t>(k) * static_cast<std::int64_t>(kSubscriberSize);
+    };
+    // The byte counts use a 256-byte stride, not the 12 bytes of an entry:
+    // the move and the clear reach past this event's entries.
+    if (i != remaining) {
+        s.Move(entry(i), entry(i + 1), static_cast<std::int64_t>(remaining - i) * 256);
+    }
+    s.Clear(entry(remaining), 256);
+}
+
+namespace {
+
+// A window lives while its owner thread does; the window table finds the
+// owners that died.
+bool WindowLives(std::uint32_t window) {
+    return window != 0 && platform::GetWindowOwner(platform::WindowFromValue(window), nullptr) != 0;
+}
+
+}  // namespace
+
+void IpcDirectory::SweepDeadLocked() {
+    Bytes s = Section();
+    for (std::int32_t i = 0; i < s.Count(kServerCountAt, kMaxServers);) {
+        const std::size_t record = RecordAt(i);
+        if (!WindowLives(s.U32(record + kWindowAt))) {
+            RemoveRecordAt(i);  // the next record moved here: look at it too
+            continue;
+        }
+        for (std::int32_t e = 0; e < kMaxEvents; ++e) {
+            for (std::int32_t k = 0; k < kMaxSubscribers;) {
+                const std::size_t at = record + SubscriberAt(e, k);
+                if (s.I32(at + kSubscriberIdAt) >= 1 &&
+                    !WindowLives(s.U32(at + kSubscriberWindowAt))) {
+                    RemoveSubscriberAt(record, e, k);
+                } else {
+                    ++k;
+                }
+            }
+        }
+        ++i;
+    }
+}
+
+void IpcDirectory::SweepDead() {
+    Locked lock(m_directoryLock);
+    SweepDeadLocked();
 }
 
 int IpcDirectory::AddCommand(Record& record, std::u16string_view name, Handler handler,
@@ -336,7 +401,9 @@ int IpcDirectory::Subscribe(std::u16string_view server, std::u16string_view even
         return -1;
     }
     const std::size_t countAt = record + EventAt(e) + kSubscriberCountAt;
-    s.SetI32(countAt, s.I32(countAt) + 1);
+    // Counted in unsigned arithmetic: whatever the section holds, even
+    // INT_MAX, wraps as the device's 32-bit addition did.
+    s.SetU32(countAt, s.U32(countAt) + 1);
     const std::size_t at = record + SubscriberAt(e, free);
     const std::uint32_t id = NextObjectId();
     s.SetU32(at + kSubscriberIdAt, id);
@@ -358,19 +425,7 @@ void IpcDirectory::Unsubscribe(std::u16string_view server, int id) {
             if (s.I32(record + SubscriberAt(e, i) + kSubscriberIdAt) != id) {
                 continue;
             }
-            const std::size_t countAt = record + EventAt(e) + kSubscriberCountAt;
-            const std::int32_t remaining = s.Count(countAt, kMaxSubscribers) - 1;
-            s.SetI32(countAt, remaining);
-            const auto entry = [&](std::int32_t k) {
-                return static_cast<std::int64_t>(record + EventAt(e) + kSubscribersAt) +
-                       static_cast<std::int64_t>(k) * static_cast<std::int64_t>(kSubscriberSize);
-            };
-            // The byte counts use a 256-byte stride, not the 12 bytes of an
-            // entry: the move and the clear reach past this event's entries.
-            if (i != remaining) {
-                s.Move(entry(i), entry(i + 1), static_cast<std::int64_t>(remaining - i) * 256);
-            }
-            s.Clear(entry(remaining), 256);
+            RemoveSubscriberAt(record, e, i);
             return;
         }
     }
@@ -413,21 +468,51 @@ std::uint32_t IpcDirectory::PutData(const void* data, std::uint32_t size) {
     }
     Locked lock(m_dataLock);
     Bytes s = Section();
-    for (std::int32_t slot = 0; slot < kSlotCount; ++slot) {
-        const std::size_t payload = PayloadAt(slot);
-        if (s.Byte(payload - 2) != 0) {
-            continue;
+    std::int32_t slot = 0;
+    while (slot < kSlotCount && s.Byte(PayloadAt(slot) - 2) != 0) {
+        ++slot;
+    }
+    if (slot == kSlotCount) {
+        // None free: take back the first one whose holder has ended (or that
+        // no process of this build recorded holding).
+        slot = 0;
+        while (slot < kSlotCount) {
+            const std::uint64_t holder =
+                m_trailer->slotHolder[slot].load(std::memory_order_relaxed);
+            if (holder == 0 || !platform::ProcessStampIsAlive(holder)) {
+                break;
+            }
+            ++slot;
         }
+    }
+    if (slot < kSlotCount) {
+        const std::size_t payload = PayloadAt(slot);
         s.Clear(static_cast<std::int64_t>(payload), kPayloadSize);
         // 1,024 bytes or more keep only 1,023 of them.
         const std::size_t n = size < kPayloadSize ? size : kPayloadSize - 1;
         if (data != nullptr) {
             s.Copy(payload, data, n);
         }
+        m_trailer->slotHolder[slot].store(platform::ProcessStamp(), std::memory_order_relaxed);
         s.SetByte(payload - 2, 1);
         return static_cast<std::uint32_t>(payload);
     }
     return 0;
+}
+
+const int IpcDirectory::kDataWaitMs = 2000;
+
+std::uint32_t IpcDirectory::AwaitData(const void* data, std::uint32_t size) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(kDataWaitMs);
+    for (int round = 0;; ++round) {
+        if (const std::uint32_t payload = PutData(data, size); payload != 0) {
+            return payload;
+        }
+        if (std::chrono::steady_clock::now() >= limit) {
+            return 0;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(100 << std::min(round, 5)));
+    }
 }
 
 void IpcDirectory::ReleaseData(std::uint32_t payload) {
@@ -436,6 +521,7 @@ void IpcDirectory::ReleaseData(std::uint32_t payload) {
     }
     Locked lock(m_dataLock);
     Section().SetByte(payload - 2, 0);
+    m_trailer->slotHolder[(payload - kSlotsAt - 2) / kSlotSize].store(0, std::memory_order_relaxed);
 }
 
 void* IpcDirectory::Payload(std::uint32_t payload) {

@@ -2,11 +2,13 @@
 // the current namespace, and the ten data slots through which payloads
 // travel, all in the section "IPC_Shar" (see IpcSection.h).
 //
-// The directory and the data slots each have a cross-process lock: the named
-// automatic events "KIV_IPC_MUTEX_EVENT" and "KIV_IPC_SHARE_DATA", taken by a
-// wait and given back by a set. The process that holds one is recorded
-// beside the section, so that a lock whose holder died is given back by the
-// next process that waits for it.
+// The directory and the data slots each have a cross-process lock: a robust
+// process-shared mutex beside the section. Taking it and becoming its owner
+// are one step, so a holder that dies at any moment hands the lock to the
+// next taker, which is told and goes on. The named automatic events
+// "KIV_IPC_MUTEX_EVENT" and "KIV_IPC_SHARE_DATA" follow the locks for anyone
+// who looks at them: each is unsignalled while its lock is held and set when
+// it is given back, but waiting on them guards nothing.
 //
 // Handlers and callbacks are stored as 32-bit tokens, unique in the
 // namespace; each process maps its own tokens back to its functions.
@@ -23,6 +25,7 @@
 #include <vector>
 
 #include "ipc/IpcSection.h"
+#include "platform/SharedLock.h"
 #include "platform/Waitable.h"
 
 namespace kiv::ipc::detail {
@@ -34,31 +37,37 @@ using Handler = int (*)(void*);
 struct SectionTrailer {
     std::atomic<std::uint32_t> ready;  // set once the section is initialised
     std::atomic<std::uint32_t> nextToken;
-    std::atomic<std::uint64_t> directoryHolder;  // ProcessStamp of the holder, or 0
-    std::atomic<std::uint64_t> dataHolder;
+    platform::SharedLock directoryLock;
+    platform::SharedLock dataLock;
+    // The process holding each data slot (a ProcessStamp), or 0: a slot
+    // whose holder has ended is free whatever its flag says.
+    std::atomic<std::uint64_t> slotHolder[kSlotCount];
 };
 
 inline constexpr std::size_t kTrailerAt = (kSectionSize + 7) / 8 * 8;
 inline constexpr std::size_t kMappedSize = 81920;  // whole pages
 static_assert(kTrailerAt + sizeof(SectionTrailer) <= kMappedSize);
 
-/// A lock made of a named automatic event, with its holder recorded.
+/// A robust mutex in the section, mirrored by a named automatic event.
 class CrossProcessLock {
 public:
-    CrossProcessLock(platform::Event event, std::atomic<std::uint64_t>* holder)
-        : m_event(std::move(event)), m_holder(holder) {}
-    /// Waits for the lock as long as it takes; gives it back first when its
-    /// recorded holder has died.
-    void Lock();
+    CrossProcessLock(platform::Event event, platform::SharedLock* lock)
+        : m_event(std::move(event)), m_lock(lock) {}
+    /// Waits for the lock as long as it takes. True when the previous holder
+    /// died holding it: what it guards may be half edited.
+    bool Lock();
     void Unlock();
 
 private:
     platform::Event m_event;
-    std::atomic<std::uint64_t>* m_holder;
+    platform::SharedLock* m_lock;
 };
 
 class IpcDirectory {
 public:
+    /// How long a payload waits for a free data slot.
+    static const int kDataWaitMs;
+
     /// The directory of the current namespace, mapped on first use; null if
     /// the section or its locks cannot be had.
     static IpcDirectory* Current();
@@ -70,10 +79,12 @@ public:
     int FindServerIndex(std::u16string_view name);
     /// Copies the record named `name` into `out`; its index, or -1.
     int LookUp(std::u16string_view name, Record& out);
-    /// Copies every record in use, in directory order.
+    /// Copies every record in use, in directory order, after sweeping out
+    /// those of ended servers.
     std::vector<Record> Records();
     /// Publishes `record`, after filling in the window (`window()` runs under
-    /// the lock) and this process's id; its index, or -1.
+    /// the lock) and this process's id; its index, or -1. A full directory or
+    /// a name taken is first swept of ended servers.
     int Register(Record& record, const std::function<std::uint32_t()>& window);
     /// Removes every record named `name`; always 0.
     int Unregister(std::u16string_view name);
@@ -93,13 +104,21 @@ public:
     Handler Resolve(std::uint32_t id);
 
     /// Copies a payload into a free data slot; the payload's offset in the
-    /// section, or 0 for size 0 or when every slot is in use.
+    /// section, or 0 for size 0 or when every slot is in use. A slot whose
+    /// holder process has ended counts as free.
     std::uint32_t PutData(const void* data, std::uint32_t size);
+    /// PutData that waits while every slot is in use (their holders give
+    /// them back once their receivers ran), up to kDataWaitMs; 0 then.
+    std::uint32_t AwaitData(const void* data, std::uint32_t size);
     /// Frees the slot of a payload offset; other values are ignored.
     void ReleaseData(std::uint32_t payload);
     /// The address in this process of a payload offset; null for 0 or any
     /// value that is not the offset of a payload.
     void* Payload(std::uint32_t payload);
+
+    /// Removes, as their owners would have, the server records and the
+    /// subscriptions whose window has ended with its thread or process.
+    void SweepDead();
 
     /// Takes the directory lock and never gives it back: lets a test process
     /// die holding it.
@@ -108,6 +127,13 @@ public:
 private:
     IpcDirectory(std::uint8_t* base, platform::Event directory, platform::Event data);
 
+    // With the directory lock held: removes record `i` as unregistering
+    // does, the subscriber `i` of event `e` of the record at `record` as
+    // unsubscribing does, and every record and subscription of an ended
+    // window.
+    void RemoveRecordAt(std::int32_t i);
+    void RemoveSubscriberAt(std::size_t record, std::int32_t e, std::int32_t i);
+    void SweepDeadLocked();
     // Copies the shared record named like `record` over it, if registered.
     void Refresh(Record& record);
     std::uint32_t NextObjectId();

@@ -162,9 +162,13 @@ public:
         return s.size() < chars && Text(at, chars) == s;
     }
     /// Writes at most `max` units of `s` and a terminator (the field is
-    /// expected to be cleared already).
+    /// expected to be cleared already). A cut never keeps the first half of
+    /// a surrogate pair without the second.
     void SetText(std::size_t at, std::u16string_view s, std::size_t max) {
-        const std::size_t n = std::min(s.size(), max);
+        std::size_t n = std::min(s.size(), max);
+        if (n < s.size() && n > 0 && s[n - 1] >= 0xD800 && s[n - 1] <= 0xDBFF) {
+            --n;
+        }
         for (std::size_t i = 0; i < n; ++i) {
             SetByte(at + 2 * i, static_cast<std::uint8_t>(s[i]));
             SetByte(at + 2 * i + 1, static_cast<std::uint8_t>(s[i] >> 8));

@@ -82,6 +82,8 @@ unsigned int MIpcServerImpl::SetEvent(const wchar_t* name, const void* data, uns
         return 0;
     }
     const std::u16string event = RecordText(name, 1024);
+    bool failed = false;
+    bool ended = false;
     directory->LookUp(Bytes(m_record).Text(kNameAt, kNameChars), m_record);
     const Bytes r(m_record);
     const std::int32_t events = r.Count(kEventCountAt, kMaxEvents);
@@ -89,17 +91,32 @@ unsigned int MIpcServerImpl::SetEvent(const wchar_t* name, const void* data, uns
         if (!r.TextEquals(EventAt(e) + kEventNameAt, kNameChars, event)) {
             continue;
         }
-        const std::uint32_t payload =
-            data != nullptr && size != 0 ? directory->PutData(data, size) : 0;
+        std::uint32_t payload = 0;
+        if (data != nullptr && size != 0) {
+            payload = directory->AwaitData(data, size);
+            if (payload == 0) {
+                failed = true;  // no subscriber gets the event without its payload
+                continue;
+            }
+        }
         const std::int32_t subscribers = r.Count(EventAt(e) + kSubscriberCountAt, kMaxSubscribers);
         for (std::int32_t k = 0; k < subscribers; ++k) {
             const std::size_t at = SubscriberAt(e, k);
-            platform::SendWindowMessage(platform::WindowFromValue(r.U32(at + kSubscriberWindowAt)),
-                                        kEventMessage, r.U32(at + kSubscriberIdAt), payload);
+            std::intptr_t result = 0;
+            const platform::SendOutcome outcome = platform::SendWindowMessageChecked(
+                platform::WindowFromValue(r.U32(at + kSubscriberWindowAt)), kEventMessage,
+                r.U32(at + kSubscriberIdAt), payload, &result);
+            // A subscriber whose window is gone has ended: it is skipped, and
+            // its subscription removed below.
+            failed = failed || outcome == platform::SendOutcome::Failed;
+            ended = ended || outcome == platform::SendOutcome::NoWindow;
         }
         directory->ReleaseData(payload);
     }
-    return 0;
+    if (ended) {
+        directory->SweepDead();
+    }
+    return failed ? kFailed : 0;
 }
 
 // --- facade -------------------------------------------------------------------

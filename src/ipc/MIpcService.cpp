@@ -36,11 +36,22 @@ unsigned int MIpcServiceImpl::SendCommand(const wchar_t* name, const void* data,
     if (c == kMaxCommands) {
         return kFailed;
     }
-    const std::uint32_t payload = directory->PutData(data, size);
-    platform::SendWindowMessage(platform::WindowFromValue(r.U32(kWindowAt)), kCommandMessage,
-                                r.U32(CommandAt(c) + kCommandIdAt), payload);
+    std::uint32_t payload = 0;
+    if (size != 0) {
+        payload = directory->AwaitData(data, size);
+        if (payload == 0) {
+            return kFailed;  // never sent without the payload it was given
+        }
+    }
+    std::intptr_t result = 0;
+    const platform::SendOutcome outcome = platform::SendWindowMessageChecked(
+        platform::WindowFromValue(r.U32(kWindowAt)), kCommandMessage,
+        r.U32(CommandAt(c) + kCommandIdAt), payload, &result);
     directory->ReleaseData(payload);
-    return 0;
+    if (outcome == platform::SendOutcome::NoWindow) {
+        directory->SweepDead();  // the server ended without unregistering
+    }
+    return outcome == platform::SendOutcome::Ran ? 0 : kFailed;
 }
 
 int MIpcServiceImpl::SubscribeEvent(const wchar_t* name, int (*callback)(void*)) {

@@ -9,11 +9,12 @@
 
 namespace kiv::platform {
 
-/// The device root directory, without a trailing slash.
+/// The device root directory, without a trailing slash. Empty when the
+/// default directory exists but is not a private directory of this user.
 std::string DeviceRoot();
 
 /// A file directly in the device root, given as the device names it
-/// ("\NMEA.Log" or "NMEA.Log").
+/// ("\NMEA.Log" or "NMEA.Log"); empty when the root is refused.
 std::string DeviceRootFile(std::string_view deviceName);
 
 }  // namespace kiv::platform

@@ -64,10 +64,23 @@ bool PostWindowMessage(HWND window, unsigned int message, std::uintptr_t wParam,
 /// Runs the window's procedure on its owner thread and returns its result:
 /// directly when the caller is the owner, else through the owner's queue,
 /// processing messages sent to the caller's own windows while it waits. 0
-/// without a result: no such window, a full queue, the window destroyed or
-/// its owner process ended while the caller waited.
+/// without a result: no such window, the window destroyed or its owner
+/// process ended while the caller waited, or no queue for the caller.
 std::intptr_t SendWindowMessage(HWND window, unsigned int message, std::uintptr_t wParam,
                                 std::intptr_t lParam);
+
+/// How a send ended.
+enum class SendOutcome {
+    Ran,       ///< the procedure ran; its result is in `*result`
+    NoWindow,  ///< no such window, or it or its owner ended before running it
+    Failed,    ///< the caller has no queue or is nested too deep in sends
+};
+
+/// SendWindowMessage that tells whether the procedure ran. A send that
+/// finds the owner's queue full waits for room as long as the window and
+/// its owner live; it is never dropped.
+SendOutcome SendWindowMessageChecked(HWND window, unsigned int message, std::uintptr_t wParam,
+                                     std::intptr_t lParam, std::intptr_t* result);
 
 /// Waits up to `timeoutMs` (-1 forever, 0 poll) for a posted message of the
 /// calling thread, running messages sent to it meanwhile. 1: `*out` is the

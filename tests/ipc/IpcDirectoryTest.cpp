@@ -8,6 +8,9 @@
 #include <kiv/ipc/MIpc.h>
 #include <kiv/ipc/MessageWindow.h>
 
+#include <climits>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -239,6 +242,36 @@ TEST(IpcDirectory, SubscriptionsAreFivePerEventAndASecondOfOneCallbackGivesTheFi
     EXPECT_TRUE(g_calls.empty());
 }
 
+TEST(IpcDirectory, CutsOfNamesAndDescriptionsNeverEndInHalfASurrogatePair) {
+    // U+1F600 is two UTF-16 units; placed across each field's last unit.
+    const std::wstring description = std::wstring(62, L'd') + L"\U0001F600";
+    const std::wstring name = std::wstring(30, L'n') + L"\U0001F600";
+    MIpcServer server = NamedServer(L"cuts");
+    ASSERT_EQ(server.AddCommand(name.c_str(), Record<1>, description.c_str()), 0u);
+    ASSERT_EQ(server.AddEvent(name.c_str(), description.c_str()), 0u);
+    auto& record = *static_cast<kiv::ipc::detail::Record*>(server.GetServerInfo());
+    const Bytes r(record);
+    const std::u16string kept = r.Text(CommandAt(0) + kCommandDescriptionAt, kDescriptionChars);
+    EXPECT_EQ(kept, std::u16string(62, u'd'));
+    EXPECT_EQ(r.Text(EventAt(0) + kEventDescriptionAt, kDescriptionChars), kept);
+    EXPECT_EQ(r.Text(CommandAt(0) + kCommandNameAt, kNameChars), std::u16string(30, u'n'));
+    EXPECT_EQ(r.Text(EventAt(0) + kEventNameAt, kNameChars), std::u16string(30, u'n'));
+}
+
+TEST(IpcDirectory, ASubscriberCountOfIntMaxInTheSectionWrapsWithoutOverflow) {
+    MIpcServer server = NamedServer(L"huge");
+    server.AddEvent(L"e", nullptr);
+    MIpc ipc;
+    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
+    Bytes s = Directory().Section();
+    const std::size_t countAt = RecordAt(0) + EventAt(0) + kSubscriberCountAt;
+    s.SetI32(countAt, INT32_MAX);
+    MIpcService service;
+    ASSERT_EQ(ipc.GetService(L"huge", service), 0u);
+    EXPECT_GT(service.SubscribeEvent(L"e", Record<1>), 0);
+    EXPECT_EQ(s.U32(countAt), 0x80000000u);
+}
+
 TEST(IpcDirectory, UnsubscribeMovesAndClearsWithA256ByteStride) {
     MIpcServer server = NamedServer(L"stride");
     server.AddEvent(L"first", nullptr);
@@ -287,10 +320,43 @@ TEST(IpcDirectory, DataSlotsKeepAt1023BytesAndRunOutAfterTen) {
     EXPECT_EQ(d.PutData(big.data(), 3), slots[3]);
 }
 
+TEST(IpcDirectory, ACommandWhosePayloadFindsNoSlotFailsWithoutRunningItsHandler) {
+    MIpcServer server = NamedServer(L"slots");
+    server.AddCommand(L"c", Record<7>, nullptr);
+    MIpc ipc;
+    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
+    MIpcService service;
+    ASSERT_EQ(ipc.GetService(L"slots", service), 0u);
+    IpcDirectory& d = Directory();
+    std::vector<std::uint32_t> slots;
+    for (int i = 0; i < kSlotCount; ++i) {
+        slots.push_back(d.PutData("held", 5));
+        ASSERT_NE(slots.back(), 0u);
+    }
+    g_calls.clear();
+    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), 0xFFFFFFFFu);
+    EXPECT_TRUE(g_calls.empty());
+    EXPECT_EQ(service.SendCommand(L"c", nullptr, 0, 0), 0u);  // no payload, no slot needed
+    d.ReleaseData(slots[4]);
+    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), 0u);
+    EXPECT_EQ(g_calls, (std::vector<std::string>{"7:null", "7:x"}));
+    for (std::uint32_t slot : slots) {
+        d.ReleaseData(slot);
+    }
+}
+
 TEST(IpcDirectory, GarbageInTheSectionMakesNoOperationLeaveIt) {
     IpcDirectory& d = Directory();
     Bytes s = d.Section();
     MIpc ipc;
+    // Everything mapped beyond the section is compared with what it held
+    // before, the locks excepted (their bytes change while they are held).
+    const Bytes all(s.Data(), kMappedSize);
+    const std::size_t locksAt = kTrailerAt + offsetof(SectionTrailer, directoryLock);
+    const std::size_t locksEnd =
+        kTrailerAt + offsetof(SectionTrailer, dataLock) + sizeof(kiv::platform::SharedLock);
+    std::vector<std::uint8_t> before;
+    std::vector<std::uint8_t> after;
     for (unsigned seed = 1; seed <= 40; ++seed) {
         std::mt19937 random(seed);
         for (std::size_t i = 0; i < kSectionSize; ++i) {
@@ -333,9 +399,17 @@ TEST(IpcDirectory, GarbageInTheSectionMakesNoOperationLeaveIt) {
         d.ReleaseData(d.PutData("q", 1));
         ipc.UnregisterMyService(first.c_str());
         ipc.UnregisterMyService(L"garbage");
+        // The first round hands out this process's tokens; from then on
+        // nothing beyond the section may change.
+        std::vector<std::uint8_t>& bytes = seed == 1 ? before : after;
+        bytes.clear();
+        for (std::size_t i = kSectionSize; i < kMappedSize; ++i) {
+            if (i < locksAt || i >= locksEnd) {
+                bytes.push_back(all.Byte(i));
+            }
+        }
     }
-    // The padding between the section and the trailer was never written.
-    const Bytes all(s.Data(), kMappedSize);
+    EXPECT_EQ(after, before);
     for (std::size_t i = kSectionSize; i < kTrailerAt; ++i) {
         EXPECT_EQ(all.Byte(i), 0) << i;
     }

@@ -7,6 +7,7 @@
 #include <kiv/ipc/MIpc.h>
 #include <kiv/ipc/MessageWindow.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <string>
@@ -142,8 +143,9 @@ TEST(IpcAcrossProcesses, ServersEndWithTheirProcessesUnregistrationAndSendsToThe
     ASSERT_EQ(killed.Process().Wait(), 128 + SIGKILL);
     MIpc ipc;
     MIpcService service;
-    ASSERT_EQ(ipc.GetService(L"srv", service), 0u);           // nothing removes its record
-    EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), 0u);  // and the send returns
+    ASSERT_EQ(ipc.GetService(L"srv", service), 0u);  // nothing removes its record
+    // The send returns, and says that nothing ran.
+    EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), 0xFFFFFFFFu);
 }
 
 TEST(IpcAcrossProcesses, ProcessesStartingTogetherShareOneSectionAndOneIdCounter) {
@@ -188,6 +190,70 @@ TEST(IpcAcrossProcesses, AClientKilledHoldingTheDirectoryLockDoesNotBlockTheNext
     server.SetServerName(L"after");
     EXPECT_EQ(ipc.RegisterMyService(server), 0u);
     EXPECT_EQ(ipc.GetService(L"after", service), 0u);
+}
+
+TEST(IpcAcrossProcesses, TheLockEventShowsTheLockButAProcessKilledHoldingTheEventBlocksNobody) {
+    using namespace kiv::platform;
+    ASSERT_NE(kiv::ipc::detail::IpcDirectory::Current(), nullptr);
+    Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
+    ASSERT_TRUE(event.IsValid());
+    {
+        HelperProcess holder(Child(), {"hold-lock"});
+        ASSERT_TRUE(holder.AwaitReady());
+        EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);  // held: unsignalled
+        holder.Kill();
+        ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    }
+    std::vector<MIpcService> list;
+    MIpc().GetServiceList(list);
+    ASSERT_EQ(WaitFor(event, 0), 0);  // given back by the next holder
+    event.Set();
+    // A process that takes the event itself and dies with it (as one killed
+    // between taking a lock and recording itself would) keeps nobody out.
+    HelperProcess taker(Child(), {"take-event"});
+    ASSERT_TRUE(taker.AwaitReady());
+    taker.Kill();
+    ASSERT_EQ(taker.Wait(), 128 + SIGKILL);
+    HelperProcess lister(Child(), {"list"});
+    EXPECT_EQ(lister.Wait(10000), 0);
+}
+
+TEST(IpcAcrossProcesses, ADataSlotOfAProcessKilledHoldingItIsFreeAgain) {
+    using kiv::ipc::detail::IpcDirectory;
+    HelperProcess holder(Child(), {"hold-slot"});
+    ASSERT_TRUE(holder.AwaitReady());
+    IpcDirectory* directory = IpcDirectory::Current();
+    ASSERT_NE(directory, nullptr);
+    std::vector<std::uint32_t> mine;
+    for (int i = 1; i < kiv::ipc::detail::kSlotCount; ++i) {
+        mine.push_back(directory->PutData("p", 2));
+        ASSERT_NE(mine.back(), 0u);
+    }
+    EXPECT_EQ(directory->PutData("p", 2), 0u);  // the holder lives: all ten taken
+    holder.Kill();
+    ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    const std::uint32_t reclaimed = directory->PutData("p", 2);
+    EXPECT_NE(reclaimed, 0u);
+    EXPECT_EQ(std::count(mine.begin(), mine.end(), reclaimed), 0);
+    EXPECT_EQ(directory->PutData("p", 2), 0u);
+    directory->ReleaseData(reclaimed);
+    for (std::uint32_t slot : mine) {
+        directory->ReleaseData(slot);
+    }
+}
+
+TEST(IpcAcrossProcesses, AKilledServersRecordGivesWayToTheNextOfItsNameAndLeavesTheList) {
+    HelperProcess killed(Child(), {"server", "ghost", kiv::test::TempPath("ghost.bin")});
+    ASSERT_TRUE(killed.AwaitReady());
+    killed.Kill();
+    ASSERT_EQ(killed.Wait(), 128 + SIGKILL);
+    MIpc ipc;
+    MIpcServer server;
+    server.SetServerName(L"ghost");
+    EXPECT_EQ(ipc.RegisterMyService(server), 0u);  // the name was taken by a dead one
+    std::vector<MIpcService> list;
+    EXPECT_EQ(ipc.GetServiceList(list), 1u);
+    EXPECT_EQ(ipc.GetServer(L"ghost", server), 0u);  // this process's now
 }
 
 }  // namespace

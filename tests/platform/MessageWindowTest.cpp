@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <thread>
 #include <vector>
@@ -136,6 +137,56 @@ TEST(MessageWindow, AFullQueueRefusesThePostAndKeepsEveryEarlierMessage) {
     EXPECT_EQ(GetWindowMessage(&m, 0), 1);
     EXPECT_EQ(GetWindowMessage(&m, 0), -1);
     DestroyMessageWindow(window);
+}
+
+std::atomic<int> g_runs{0};
+
+std::intptr_t Count(HWND, unsigned int, std::uintptr_t wParam, std::intptr_t) {
+    g_runs.fetch_add(1);
+    return static_cast<std::intptr_t>(wParam) + 1;
+}
+
+TEST(MessageWindow, MoreSendersThanAQueueHoldsAllWaitForRoomAndRun) {
+    // More senders than one queue holds, at a window whose owner does not
+    // look at its queue until they have all started: the late ones wait.
+    constexpr int kSenders = 150;
+    g_runs.store(0);
+    std::promise<HWND> created;
+    std::promise<void> go;
+    std::shared_future<void> started = go.get_future().share();
+    std::thread owner([&] {
+        const HWND window = CreateMessageWindow(L"busy", L"", Count);
+        created.set_value(window);
+        started.wait();
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        // Bounded, so that lost sends end the test instead of hanging it.
+        for (int round = 0; round < 1500 && g_runs.load() < kSenders; ++round) {
+            WindowMessage m;
+            GetWindowMessage(&m, 20);
+        }
+        DestroyMessageWindow(window);
+    });
+    const HWND window = created.get_future().get();
+    ASSERT_NE(window, nullptr);
+    std::vector<std::thread> senders;
+    std::atomic<int> wrong{0};
+    for (int i = 0; i < kSenders; ++i) {
+        senders.emplace_back([&, i] {
+            std::intptr_t result = 0;
+            if (SendWindowMessageChecked(window, kAdd, static_cast<std::uintptr_t>(i), 0,
+                                         &result) != SendOutcome::Ran ||
+                result != i + 1) {
+                wrong.fetch_add(1);
+            }
+        });
+    }
+    go.set_value();
+    for (std::thread& t : senders) {
+        t.join();
+    }
+    owner.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(g_runs.load(), kSenders);
 }
 
 TEST(MessageWindow, DestroyingAWindowEndsASendThatWaitsForIt) {

@@ -273,3 +273,40 @@ TEST(RegistryStore, ThreadsWritingInBatchesAndAloneLoseNothing) {
     }
     EXPECT_EQ(present, kThreads * kRounds * 2);
 }
+
+TEST(RegistryStore, TheStoreIsOwnerOnlyAndFilesOrDirectoriesOfAnotherUserAreRefused) {
+    const mode_t oldMask = umask(022);
+    {
+        Key key;
+        ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
+        ASSERT_EQ(SetDword(key.h, L"v", 1), 0u);
+        const std::string path = RegistryStore::Path();
+        for (const std::string& file : {path, path + "-wal", path + "-shm"}) {
+            struct stat st {};
+            if (stat(file.c_str(), &st) == 0) {
+                EXPECT_EQ(st.st_mode & 0777, 0600u) << file;
+            }
+        }
+    }
+    umask(oldMask);
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to make files of another user";
+    }
+    const std::string planted = kiv::test::TempPath("planted.db");
+    ASSERT_TRUE(kiv::test::WriteFileBytes(planted, ""));
+    ASSERT_EQ(chown(planted.c_str(), 4242, 4242), 0);
+    setenv("KIV_REGISTRY", planted.c_str(), 1);
+    Key key;
+    EXPECT_EQ(Make(key, L"Software"), ERROR_REGISTRY_IO_FAILED);
+    EXPECT_EQ(kiv::test::ReadFileBytes(planted), "");
+
+    // The default directory, made first by another user.
+    unsetenv("KIV_REGISTRY");
+    const std::string state = kiv::test::TempPath("taken");
+    ASSERT_EQ(mkdir(state.c_str(), 0755), 0);
+    ASSERT_EQ(mkdir((state + "/kiv").c_str(), 0777), 0);
+    ASSERT_EQ(chown((state + "/kiv").c_str(), 4242, 4242), 0);
+    setenv("XDG_STATE_HOME", state.c_str(), 1);
+    EXPECT_EQ(Make(key, L"Software"), ERROR_REGISTRY_IO_FAILED);
+    unsetenv("XDG_STATE_HOME");
+}

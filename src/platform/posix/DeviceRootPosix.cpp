@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/Text.h"
+#include "platform/DebugOutput.h"
 #include "platform/DeviceRoot.h"
 
 namespace kiv::platform {
@@ -18,6 +20,16 @@ void MakeDirectories(const std::string& path) {
         mkdir(path.substr(0, slash).c_str(), 0700);
     }
     mkdir(path.c_str(), 0700);
+}
+
+// A directory of the effective user that grants nothing to others (one of
+// ours that grants more is tightened).
+bool IsPrivateDirectory(const std::string& dir) {
+    struct stat st {};
+    if (lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != geteuid()) {
+        return false;
+    }
+    return (st.st_mode & 077) == 0 || chmod(dir.c_str(), 0700) == 0;
 }
 
 }  // namespace
@@ -40,6 +52,14 @@ std::string DeviceRoot() {
     }
     const std::string path = base + "/kiv/device";
     MakeDirectories(path);
+    // Under /tmp another user may have made the directories first.
+    const bool shared = base.rfind("/tmp/", 0) == 0;
+    if (!IsPrivateDirectory(path) ||
+        (shared && (!IsPrivateDirectory(base) || !IsPrivateDirectory(base + "/kiv")))) {
+        OutputDebugText(
+            text::FromUtf8("Device root " + path + " is not a private directory of this user\n"));
+        return std::string();
+    }
     return path;
 }
 
@@ -47,7 +67,11 @@ std::string DeviceRootFile(std::string_view deviceName) {
     while (!deviceName.empty() && (deviceName.front() == '\\' || deviceName.front() == '/')) {
         deviceName.remove_prefix(1);
     }
-    return DeviceRoot() + "/" + std::string(deviceName);
+    const std::string root = DeviceRoot();
+    if (root.empty()) {
+        return std::string();  // refused: names no file
+    }
+    return root + "/" + std::string(deviceName);
 }
 
 }  // namespace kiv::platform

@@ -6,6 +6,7 @@
 
 #include "platform/InstanceLock.h"
 #include "platform/Namespace.h"
+#include "platform/posix/SharedMappingPosix.h"
 
 namespace kiv::platform {
 
@@ -19,7 +20,8 @@ std::unique_ptr<InstanceLock> InstanceLock::Acquire(std::wstring_view name) {
 
 std::unique_ptr<InstanceLock> InstanceLock::Take(std::wstring_view name, int how) {
     const std::string object = SystemObjectName("lock", name);
-    const int fd = shm_open(object.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const long pid = static_cast<long>(getpid());
+    const int fd = posix::OpenOwnedSharedObject(object, sizeof pid);
     if (fd < 0) {
         return nullptr;
     }
@@ -34,7 +36,6 @@ std::unique_ptr<InstanceLock> InstanceLock::Take(std::wstring_view name, int how
         return nullptr;
     }
     // Others learn who holds it from its content.
-    const long pid = static_cast<long>(getpid());
     if (ftruncate(fd, sizeof pid) != 0 || pwrite(fd, &pid, sizeof pid, 0) != sizeof pid) {
         close(fd);
         return nullptr;

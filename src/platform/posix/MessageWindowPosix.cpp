@@ -43,16 +43,18 @@ namespace kiv::platform::posix {
 namespace {
 
 constexpr std::uint32_t kMagic = 0x4B49574Eu;  // "KIWN"
-constexpr std::uint32_t kLayoutVersion = 1;
+constexpr std::uint32_t kLayoutVersion = 2;
 constexpr std::uint32_t kWindowSlots = 256;
-constexpr std::uint32_t kPortSlots = 128;
+constexpr std::uint32_t kPortSlots = 256;
 constexpr std::uint32_t kPostSlots = static_cast<std::uint32_t>(kPostedQueueLength);
-constexpr std::uint32_t kSendSlots = 32;  // incoming sends one queue holds
-constexpr std::uint32_t kNesting = 8;     // sends one thread has outstanding
-constexpr std::uint32_t kSlotBits = 12;   // a handle: generation << 12 | slot + 1
+constexpr std::uint32_t kSendSlots = 128;  // incoming sends one queue holds
+constexpr std::uint32_t kNesting = 8;      // sends one thread has outstanding
+constexpr std::uint32_t kSlotBits = 12;    // a handle: generation << 12 | slot + 1
 constexpr std::uint32_t kSlotMask = (1u << kSlotBits) - 1;
 // How often a waiting sender looks whether the window or its owner is gone.
 constexpr int kSendCheckMs = 50;
+// How often a sender that found the target's queue full looks for room.
+constexpr int kRoomCheckMs = 2;
 
 static_assert(kWindowSlots < kSlotMask, "window slots must fit the handle");
 
@@ -75,6 +77,8 @@ struct SendRecord {
     std::uint64_t wParam;
     std::uint64_t lParam;
     std::int64_t result;
+    std::uint32_t ran;  // 1 once the procedure ran, 0 for a send that failed
+    std::uint32_t reserved;
 };
 
 struct SendRef {
@@ -618,6 +622,7 @@ int RunIncomingSends(ThreadPort& me) {
         if (lock.Locked()) {
             if (SendRecord* rec = lock.Edit().RecordOf(ref, kTaken)) {
                 rec->result = result;
+                rec->ran = 1;
                 rec->state = kDone;
                 lock.Wake(ref.port);
             }
@@ -625,8 +630,10 @@ int RunIncomingSends(ThreadPort& me) {
     }
 }
 
-// Waits for the reply to the send in record `r` of the calling thread.
-std::intptr_t AwaitReply(ThreadPort& me, std::uint32_t r, std::uint32_t serial) {
+// Waits for the reply to the send in record `r` of the calling thread;
+// `*ran` tells whether the procedure ran.
+std::intptr_t AwaitReply(ThreadPort& me, std::uint32_t r, std::uint32_t serial, bool* ran) {
+    *ran = false;
     WindowTable& table = *me.table;
     for (;;) {
         {
@@ -641,6 +648,7 @@ std::intptr_t AwaitReply(ThreadPort& me, std::uint32_t r, std::uint32_t serial) 
             }
             if (rec.state == kDone) {
                 rec.state = kFree;
+                *ran = rec.ran != 0;
                 return static_cast<std::intptr_t>(rec.result);
             }
         }
@@ -799,55 +807,84 @@ bool PostWindowMessage(HWND window, unsigned int message, std::uintptr_t wParam,
 
 std::intptr_t SendWindowMessage(HWND window, unsigned int message, std::uintptr_t wParam,
                                 std::intptr_t lParam) {
+    std::intptr_t result = 0;
+    SendWindowMessageChecked(window, message, wParam, lParam, &result);
+    return result;
+}
+
+SendOutcome SendWindowMessageChecked(HWND window, unsigned int message, std::uintptr_t wParam,
+                                     std::intptr_t lParam, std::intptr_t* result) {
+    *result = 0;
     ThreadPort* me = MyPort(true);
     const std::uint32_t handle = WindowValue(window);
     if (me == nullptr) {
-        return 0;
+        return SendOutcome::Failed;
     }
     std::uint32_t record = 0;
     std::uint32_t serial = 0;
-    {
-        Guard lock(*me->table);
-        if (!lock.Locked() || lock.Edit().LivePort(me->index, me->generation) == nullptr) {
-            return 0;
-        }
-        const posix::WindowSlot* w = lock.Edit().FindWindow(handle);
-        if (w == nullptr) {
-            return 0;
-        }
-        if (!posix::IsMine(*w, *me)) {
+    for (;;) {
+        {
+            Guard lock(*me->table);
+            if (!lock.Locked() || lock.Edit().LivePort(me->index, me->generation) == nullptr) {
+                return SendOutcome::Failed;
+            }
+            const posix::WindowSlot* w = lock.Edit().FindWindow(handle);
+            if (w == nullptr) {
+                return SendOutcome::NoWindow;
+            }
+            if (posix::IsMine(*w, *me)) {
+                record = posix::kNesting;  // the caller's own window: called directly
+                break;
+            }
+            posix::PortSlot& target = lock.Table().ports[w->port];
+            if (!lock.Edit().PortOwnerAlive(target)) {
+                lock.Edit().ReclaimPort(w->port);
+                return SendOutcome::NoWindow;
+            }
             posix::PortSlot& mine = posix::Slot(*me);
+            record = 0;
             while (record < posix::kNesting && mine.outgoing[record].state != posix::kFree) {
                 ++record;
             }
+            // Every record is held by a send further up this thread's own
+            // stack: waiting could not free one.
             if (record == posix::kNesting) {
-                return 0;
+                return SendOutcome::Failed;
             }
             posix::SendRecord& rec = mine.outgoing[record];
             serial = rec.serial + 1;
-            rec.serial = serial;
-            rec.window = handle;
-            rec.message = message;
-            rec.target = w->port;
-            rec.targetGeneration = w->portGeneration;
-            rec.wParam = static_cast<std::uint64_t>(wParam);
-            rec.lParam = static_cast<std::uint64_t>(lParam);
-            rec.result = 0;
-            posix::PortSlot& target = lock.Table().ports[w->port];
-            if (!Editor::PushSend(target, {me->index, me->generation, record, serial})) {
-                return 0;
+            if (Editor::PushSend(target, {me->index, me->generation, record, serial})) {
+                rec.serial = serial;
+                rec.window = handle;
+                rec.message = message;
+                rec.target = w->port;
+                rec.targetGeneration = w->portGeneration;
+                rec.wParam = static_cast<std::uint64_t>(wParam);
+                rec.lParam = static_cast<std::uint64_t>(lParam);
+                rec.result = 0;
+                rec.ran = 0;
+                rec.state = posix::kPending;
+                lock.Wake(w->port);
+                break;
             }
-            rec.state = posix::kPending;
-            lock.Wake(w->port);
-        } else {
-            record = posix::kNesting;  // the caller's own window: called directly
+        }
+        // The owner's queue is full: run what is sent to this thread (the
+        // owner may be waiting on it) and look again shortly.
+        if (posix::RunIncomingSends(*me) == 0) {
+            WaitFor(me->signal, posix::kRoomCheckMs);
         }
     }
     if (record == posix::kNesting) {
         const WindowProcedure procedure = me->table->Procedure(handle);
-        return procedure == nullptr ? 0 : procedure(window, message, wParam, lParam);
+        if (procedure == nullptr) {
+            return SendOutcome::NoWindow;
+        }
+        *result = procedure(window, message, wParam, lParam);
+        return SendOutcome::Ran;
     }
-    return posix::AwaitReply(*me, record, serial);
+    bool ran = false;
+    *result = posix::AwaitReply(*me, record, serial, &ran);
+    return ran ? SendOutcome::Ran : SendOutcome::NoWindow;
 }
 
 int GetWindowMessage(WindowMessage* out, int timeoutMs) {

@@ -468,7 +468,7 @@ bool LayoutMatches(const TableLayout* t) {
 // the kernel drops if the holder dies; a table whose initialiser died is
 // initialised again (nobody can have used it).
 TableLayout* MapTable(const std::string& shmName) {
-    const int fd = shm_open(shmName.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd = OpenOwnedSharedObject(shmName, sizeof(TableLayout));
     if (fd < 0) {
         return nullptr;
     }

@@ -14,6 +14,7 @@
 // Busy waits are done by the busy handler and, for the few places SQLite
 // answers SQLITE_BUSY without asking it, by a retry loop around the whole
 // transaction.
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unicode/uchar.h>
@@ -37,6 +38,7 @@
 #include <vector>
 
 #include "foundation/Text.h"
+#include "platform/DebugOutput.h"
 #include "platform/RegistryStore.h"
 
 namespace kiv::platform {
@@ -271,6 +273,18 @@ unsigned int CopyName(const std::string& utf8, wchar_t* name, unsigned int* name
 
 // ---- the file ------------------------------------------------------------
 
+// The directory that holds the store: made 0700, and used only when it is
+// a directory of the effective user (a name under /tmp can have been taken
+// by another user first). A directory of ours that grants more is
+// tightened.
+bool IsPrivateDirectory(const std::string& dir) {
+    struct stat st {};
+    if (lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != geteuid()) {
+        return false;
+    }
+    return (st.st_mode & 077) == 0 || chmod(dir.c_str(), 0700) == 0;
+}
+
 bool MakeOwnerDirectory(const std::string& dir) {
     if (mkdir(dir.c_str(), 0700) == 0 || errno == EEXIST) {
         return true;
@@ -297,6 +311,13 @@ std::string DefaultPath() {
     }
     const std::string dir = state + "/kiv";
     MakeOwnerDirectory(dir);
+    // The fallback's own directory is checked too: it is where another user
+    // could have planted a link to a directory of theirs.
+    if (!IsPrivateDirectory(dir) || (state.rfind("/tmp/", 0) == 0 && !IsPrivateDirectory(state))) {
+        OutputDebugText(text::FromUtf8("Registry directory " + dir +
+                                       " is not a private directory of this user: refused\n"));
+        return std::string();
+    }
     return dir + "/registry.db";
 }
 
@@ -426,8 +447,25 @@ unsigned int WithRetry(F&& attempt) {
 unsigned int Connection::Open() {
     // The file must exist as a regular file or not at all; SQLite would
     // otherwise happily open a directory's neighbour or a device.
+    // It is created 0600 here, before SQLite opens it: SQLite gives the
+    // -wal and -shm files the mode of the database. An existing file must
+    // belong to the effective user; one of ours that grants more is
+    // tightened.
+    if (m_path.empty()) {
+        return ERROR_REGISTRY_IO_FAILED;
+    }
+    const int fd =
+        open(m_path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return ERROR_REGISTRY_IO_FAILED;
+    }
     struct stat st {};
-    if (stat(m_path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+    const bool ours = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() &&
+                      ((st.st_mode & 077) == 0 || fchmod(fd, 0600) == 0);
+    close(fd);
+    if (!ours) {
+        OutputDebugText(text::FromUtf8("Registry file " + m_path +
+                                       " is not a plain file of this user: refused\n"));
         return ERROR_REGISTRY_IO_FAILED;
     }
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;

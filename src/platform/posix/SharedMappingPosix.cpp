@@ -8,12 +8,66 @@
 
 #include <cerrno>
 
+#include "foundation/Text.h"
+#include "platform/DebugOutput.h"
+
 namespace kiv::platform::posix {
+namespace {
+
+void Refuse(const std::string& name, const char* why) {
+    OutputDebugText(text::FromUtf8("Shared object " + name + " refused: " + why + "\n"));
+}
+
+}  // namespace
+
+int OpenOwnedSharedObject(const std::string& name, std::size_t size) {
+    // Two tries: an object that vanishes between the exclusive create and
+    // the open is created again.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        int fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (fd >= 0) {
+            return fd;
+        }
+        if (errno != EEXIST) {
+            return -1;
+        }
+        fd = shm_open(name.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0);
+        if (fd < 0) {
+            if (errno == ENOENT) {
+                continue;
+            }
+            if (errno == EACCES) {
+                Refuse(name, "not accessible to this user");
+            }
+            return -1;
+        }
+        struct stat st {};
+        const char* why = nullptr;
+        if (fstat(fd, &st) != 0) {
+            why = "cannot be examined";
+        } else if (!S_ISREG(st.st_mode)) {
+            why = "not a plain object";
+        } else if (st.st_uid != geteuid()) {
+            why = "owned by another user";
+        } else if ((st.st_mode & 077) != 0) {
+            why = "open to group or others";
+        } else if (st.st_size != 0 && st.st_size != static_cast<off_t>(size)) {
+            why = "of an unexpected size";
+        }
+        if (why == nullptr) {
+            return fd;
+        }
+        close(fd);
+        Refuse(name, why);
+        return -1;
+    }
+    return -1;
+}
 
 void* MapSharedObject(const std::string& name, std::size_t size,
                       const std::function<bool(const void*)>& isReady,
                       const std::function<bool(void*)>& initialise) {
-    const int fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd = OpenOwnedSharedObject(name, size);
     if (fd < 0) {
         return nullptr;
     }

@@ -11,13 +11,21 @@
 
 namespace kiv::platform::posix {
 
+/// Opens the shared-memory object `name` for reading and writing, creating
+/// it (exclusively, mode 0600) when there is none. An existing object is
+/// used only when it belongs to the effective user, grants nothing to group
+/// or others, and is empty or exactly `size` bytes: anything else may be
+/// another user's trap and is refused (-1, with a line on the debug output).
+/// The descriptor, or -1.
+int OpenOwnedSharedObject(const std::string& name, std::size_t size);
+
 /// Maps the shared-memory object `name` (a SystemObjectName) of exactly
 /// `size` bytes, creating it with mode 0600. Attaching is serialised by a
 /// file lock on the object, which the kernel drops if the holder dies; while
 /// it is held, `initialise` runs on the mapping unless `isReady` says that
 /// an earlier process completed it, so an initialiser that died half way is
 /// followed by another. A new object reads zero. Null if the object cannot
-/// be opened or mapped, has another size, or `initialise` fails.
+/// be opened (see OpenOwnedSharedObject) or mapped, or `initialise` fails.
 void* MapSharedObject(const std::string& name, std::size_t size,
                       const std::function<bool(const void*)>& isReady,
                       const std::function<bool(void*)>& initialise);

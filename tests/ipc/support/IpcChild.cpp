@@ -6,16 +6,28 @@
 //                          and the event "news"; adds the command "late" after
 //                          registering; pumps until "quit", unregisters, exits 0
 //   hold-lock              takes the directory lock and sleeps until killed
+//   take-event             takes the directory lock's named event by a wait
+//                          of its own and sleeps until killed
+//   list                   lists the directory once and exits 0
+//   churn <name> <target>  over and over: registers server <name> with a
+//                          command and an event, lists, holds a data slot,
+//                          opens and sets a named event, sends "store" to
+//                          server <target>, unregisters; ready after the
+//                          first round; runs until killed
+//   hold-slot              puts a payload into a data slot and sleeps until
+//                          killed
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <kiv/ipc/MIpc.h>
 #include <kiv/ipc/MessageWindow.h>
 
 #include "ipc/IpcDirectory.h"
+#include "platform/Waitable.h"
 #include "support/HelperProcess.h"
 
 namespace {
@@ -76,6 +88,38 @@ int Serve(const char* name, const char* file) {
     return 0;
 }
 
+int Churn(const char* name, const char* target) {
+    using namespace kiv::platform;
+    const std::wstring wide(name, name + std::strlen(name));
+    const std::wstring targetName(target, target + std::strlen(target));
+    kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
+    if (directory == nullptr) {
+        return 4;
+    }
+    MIpc ipc;
+    for (bool first = true;; first = false) {
+        MIpcServer server;
+        server.SetServerName(wide.c_str());
+        server.AddCommand(L"late", Late, nullptr);
+        server.AddEvent(L"news", nullptr);
+        ipc.RegisterMyService(server);
+        std::vector<MIpcService> list;
+        ipc.GetServiceList(list);
+        directory->ReleaseData(directory->PutData("churn", 6));
+        Event event = Event::Create(L"campaign", EventReset::Automatic, false);
+        event.Set();
+        WaitFor(event, 0);
+        MIpcService service;
+        if (ipc.GetService(targetName.c_str(), service) == 0) {
+            service.SendCommand(L"store", "c", 2, 0);
+        }
+        ipc.UnregisterMyService(wide.c_str());
+        if (first) {
+            kiv::test::ReportReady();
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,6 +136,35 @@ int main(int argc, char** argv) {
         for (;;) {
             pause();
         }
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "take-event") == 0) {
+        using namespace kiv::platform;
+        Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
+        if (!event.IsValid() || WaitFor(event, kInfinite) != 0) {
+            return 4;
+        }
+        kiv::test::ReportReady();
+        for (;;) {
+            pause();
+        }
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "hold-slot") == 0) {
+        kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
+        if (directory == nullptr || directory->PutData("mine", 5) == 0) {
+            return 4;
+        }
+        kiv::test::ReportReady();
+        for (;;) {
+            pause();
+        }
+    }
+    if (argc >= 4 && std::strcmp(argv[1], "churn") == 0) {
+        return Churn(argv[2], argv[3]);
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "list") == 0) {
+        std::vector<MIpcService> list;
+        MIpc().GetServiceList(list);
+        return 0;
     }
     return 2;
 }
