@@ -29,7 +29,28 @@
 #include <kiv/ipc/MIpcService.h>
 #include <kiv/ipc/MessageWindow.h>
 
+#include <kiv/media/IBrightnessControl.h>
+#include <kiv/media/IContrastControl.h>
+#include <kiv/media/IControl.h>
+#include <kiv/media/IControllable.h>
+#include <kiv/media/IDataSource.h>
+#include <kiv/media/IDriver.h>
 #include <kiv/media/IFormat.h>
+#include <kiv/media/IFrameControl.h>
+#include <kiv/media/ILrcControl.h>
+#include <kiv/media/IMediaSelectControl.h>
+#include <kiv/media/IMetaDataControl.h>
+#include <kiv/media/IPlayer.h>
+#include <kiv/media/IPlayerListener.h>
+#include <kiv/media/IRecordControl.h>
+#include <kiv/media/ISaturationControl.h>
+#include <kiv/media/IStopTimeControl.h>
+#include <kiv/media/IVideoControl.h>
+#include <kiv/media/IVolumeControl.h>
+#include <kiv/media/MPlayerBase.h>
+#include <kiv/media/MPlayerEvent.h>
+#include <kiv/media/MPlayerManager.h>
+#include <kiv/media/MSeekType.h>
 
 #include <kiv/memory/IMemoryAllocation.h>
 #include <kiv/memory/MAllocatorManager.h>

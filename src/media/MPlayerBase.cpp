@@ -1,0 +1,190 @@
+#include <kiv/media/IControl.h>
+#include <kiv/media/MPlayerBase.h>
+#include <kiv/media/MPlayerEvent.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <new>
+
+#include "media/MPlayerListenerDispatcher.h"
+#include "media/MPlayerState.h"
+
+namespace kiv::media {
+namespace {
+
+// The dispatcher is made by the application's thread and read by whichever
+// thread fires an event.
+std::atomic_ref<MPlayerListenerDispatcher*> Dispatcher(MPlayerListenerDispatcher*& field) {
+    return std::atomic_ref<MPlayerListenerDispatcher*>(field);
+}
+
+}  // namespace
+
+MPlayerBase::MPlayerBase()
+    : m_option(0),
+      m_state(MPlayerState::Uninitialized()),
+      m_dataSource(nullptr),
+      m_dispatcher(nullptr) {}
+
+MPlayerBase::~MPlayerBase() {
+    ShutDownListeners();
+}
+
+IControl* MPlayerBase::GetControl(std::string name) {
+    for (IControl* control : m_controls) {
+        if (control->GetName() == name) {
+            return control;
+        }
+    }
+    return nullptr;
+}
+
+void MPlayerBase::GetControls(std::vector<IControl*>& controls) {
+    controls.insert(controls.end(), m_controls.begin(), m_controls.end());
+}
+
+double MPlayerBase::GetRate() {
+    return MPlayerState::Of(*this)->GetRate(*this);
+}
+
+unsigned int MPlayerBase::SetRate(double rate) {
+    return MPlayerState::Of(*this)->SetRate(*this, rate);
+}
+
+int MPlayerBase::GetMediaTime() {
+    return MPlayerState::Of(*this)->GetMediaTime(*this);
+}
+
+unsigned int MPlayerBase::SetMediaTime(int time) {
+    return MPlayerState::Of(*this)->SetMediaTime(*this, time);
+}
+
+int MPlayerBase::GetDuration() {
+    return MPlayerState::Of(*this)->GetDuration(*this);
+}
+
+unsigned int MPlayerBase::Initialize() {
+    return MPlayerState::Of(*this)->Initialize(*this);
+}
+
+unsigned int MPlayerBase::Deinitialize() {
+    return MPlayerState::Of(*this)->Deinitialize(*this);
+}
+
+unsigned int MPlayerBase::Start() {
+    return MPlayerState::Of(*this)->Start(*this);
+}
+
+unsigned int MPlayerBase::Pause() {
+    return MPlayerState::Of(*this)->Pause(*this);
+}
+
+unsigned int MPlayerBase::Stop() {
+    return MPlayerState::Of(*this)->Stop(*this);
+}
+
+unsigned int MPlayerBase::SetDataSource(IDataSource* source) {
+    if (source == nullptr) {
+        m_dataSource = nullptr;
+        return 0;
+    }
+    // The results of Stop and Start are not reported: only a failed load
+    // fails the switch.
+    const bool wasStarted = MPlayerState::Of(*this) == MPlayerState::Started();
+    if (wasStarted) {
+        Stop();
+    }
+    const unsigned int status = MPlayerState::Of(*this)->LoadSource(*this, source);
+    if (status != 0) {
+        return status;
+    }
+    m_dataSource = source;
+    if (wasStarted) {
+        Start();
+    }
+    // Also when nothing was playing, and when the player is not initialized
+    // and only noted the source.
+    FireEvent(MPlayerEvent::RESTARTED);
+    return 0;
+}
+
+signed char MPlayerBase::GetState() {
+    return MPlayerState::Of(*this)->Code();
+}
+
+void MPlayerBase::SetOption(unsigned char option) {
+    m_option = option;
+}
+
+unsigned char MPlayerBase::GetOption() {
+    return m_option;
+}
+
+void MPlayerBase::AddPlayerListener(IPlayerListener* listener) {
+    if (listener == nullptr) {
+        return;
+    }
+    MPlayerListenerDispatcher* dispatcher =
+        Dispatcher(m_dispatcher).load(std::memory_order_acquire);
+    if (dispatcher == nullptr) {
+        dispatcher = MPlayerListenerDispatcher::Create();
+        if (dispatcher == nullptr) {
+            return;
+        }
+        Dispatcher(m_dispatcher).store(dispatcher, std::memory_order_release);
+    }
+    dispatcher->Add(listener);
+}
+
+void MPlayerBase::RemovePlayerListener(IPlayerListener* listener) {
+    MPlayerListenerDispatcher* dispatcher =
+        Dispatcher(m_dispatcher).load(std::memory_order_acquire);
+    if (dispatcher != nullptr) {
+        dispatcher->Remove(listener);
+    }
+}
+
+IDataSource* MPlayerBase::GetDataSource() {
+    return m_dataSource;
+}
+
+void MPlayerBase::AddControl(IControl* control) {
+    if (control != nullptr) {
+        m_controls.push_back(control);
+    }
+}
+
+void MPlayerBase::RemoveControl(IControl* control) {
+    std::erase(m_controls, control);
+}
+
+void MPlayerBase::FireEvent(unsigned char type) {
+    MPlayerListenerDispatcher* dispatcher =
+        Dispatcher(m_dispatcher).load(std::memory_order_acquire);
+    if (dispatcher == nullptr) {
+        return;  // no listener ever: the event is lost
+    }
+    std::unique_ptr<MPlayerEvent> event(new (std::nothrow) MPlayerEvent(this, type));
+    if (event != nullptr) {
+        dispatcher->Post(std::move(event));
+    }
+}
+
+unsigned char MPlayerBase::EndPlayback(unsigned char type) {
+    if (!MPlayerState::Move(*this, MPlayerState::Started(), MPlayerState::Ready())) {
+        return 0;
+    }
+    FireEvent(type);
+    return 1;
+}
+
+void MPlayerBase::ShutDownListeners() {
+    MPlayerListenerDispatcher* dispatcher =
+        Dispatcher(m_dispatcher).exchange(nullptr, std::memory_order_acq_rel);
+    if (dispatcher != nullptr) {
+        dispatcher->Close();
+    }
+}
+
+}  // namespace kiv::media
