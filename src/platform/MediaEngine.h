@@ -89,6 +89,9 @@ public:
     virtual void SetWindow(std::uintptr_t handle) = 0;
     /// The area of the window that shows the video; a size of 0 means all.
     virtual void SetDisplayRect(int x, int y, int width, int height) = 0;
+    /// True keeps the picture's proportions inside the area (bars fill the
+    /// rest); false stretches it over the area.
+    virtual void SetKeepAspect(bool keep) = 0;
     virtual void SetVisible(bool visible) = 0;
     virtual bool IsVisible() const = 0;
     virtual unsigned int SetFullScreen(bool fullScreen) = 0;

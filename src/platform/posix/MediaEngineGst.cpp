@@ -213,8 +213,8 @@ public:
         if (!m_visible) {
             flags &= ~kPlayFlagVideo;
         }
-        g_object_set(pipeline, "flags", flags, "volume", LinearVolume(m_volume), "mute",
-                     m_mute ? TRUE : FALSE, nullptr);
+        g_object_set(pipeline, "flags", flags, "force-aspect-ratio", m_keepAspect ? TRUE : FALSE,
+                     "volume", LinearVolume(m_volume), "mute", m_mute ? TRUE : FALSE, nullptr);
         if (m_window != 0) {
             gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(pipeline), m_window);
         }
@@ -450,6 +450,14 @@ public:
                                                    height);
         }
         gst_video_overlay_expose(GST_VIDEO_OVERLAY(m_pipeline));
+    }
+
+    void SetKeepAspect(bool keep) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_keepAspect = keep;
+        if (m_pipeline != nullptr) {
+            g_object_set(m_pipeline, "force-aspect-ratio", keep ? TRUE : FALSE, nullptr);
+        }
     }
 
     void SetVisible(bool visible) override {
@@ -796,6 +804,7 @@ private:
     bool m_mute = false;
     std::uintptr_t m_window = 0;
     bool m_visible = true;
+    bool m_keepAspect = true;
     bool m_fullScreen = false;
 
     std::mutex m_callbackMutex;
