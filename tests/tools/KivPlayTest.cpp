@@ -20,7 +20,7 @@ int RunKivplay(const std::vector<std::string>& args, std::vector<std::string>& l
     std::vector<std::string> shell = {
         "-c",
         "KIV_AUDIO_SINK=discard KIV_VIDEO_SINK=discard exec \"$@\" </dev/null >'" +
-            TempPath("out.txt") + "' 2>&1",
+            TempPath("out.txt") + "' 2>'" + TempPath("err.txt") + "'",
         "sh", kiv::test::HelperPath("kivplay")};
     shell.insert(shell.end(), args.begin(), args.end());
     kiv::test::ChildProcess child("/bin/sh", shell);
