@@ -11,7 +11,9 @@ foreach(internal "kiv::text::" "kiv::platform::" "kiv::system::MFileImplPosix"
                  "kiv::system::MRegistryImpl" "kiv::system::MShellImpl" "sqlite3_" "snd_mixer"
                  "kiv::ipc::detail::" "kiv::ipc::MIpcImpl" "kiv::ipc::MIpcServerImpl"
                  "kiv::ipc::MIpcServiceImpl" "kiv::ipc::MIpcRecordHolder"
-                 "kiv::ipc::MIpcShared")
+                 "kiv::ipc::MIpcShared" "kiv::media::MPlayerState"
+                 "kiv::media::MPlayerListenerDispatcher" "kiv::media::MDirectShow"
+                 "kiv::media::LocatorExtension" "kiv::media::CreateBuiltInPlayer")
   string(FIND "${symbols}" "${internal}" at)
   if(NOT at EQUAL -1)
     message(FATAL_ERROR "internal symbols exported: ${internal}")
@@ -30,7 +32,11 @@ foreach(public "kiv::MError::GetErrorMessage" "kiv::system::MByteBuffer::GetINT6
                "vtable for kiv::log::MDebugLog"
                "kiv::ipc::MIpc::GetServiceList" "kiv::ipc::MIpcService::SendCommand"
                "vtable for kiv::ipc::MIpcServer" "kiv::ipc::PumpWindowMessages"
-               "kiv::ipc::SendWindowMessage")
+               "kiv::ipc::SendWindowMessage" "kiv::media::MPlayerManager::CreatePlayer"
+               "kiv::media::MPlayerBase::AddPlayerListener" "vtable for kiv::media::MPlayerBase"
+               "kiv::media::MPlayerBase::EndPlayback" "kiv::media::IPlayer::GetAudioVolume"
+               "kiv::media::MPlayerEvent::STOPPED_END_OF_MEDIA"
+               "kiv::media::IVideoControl::DEFAULT_NAME")
   string(FIND "${symbols}" "${public}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "public symbol not exported: ${public}")

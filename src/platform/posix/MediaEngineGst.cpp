@@ -70,41 +70,72 @@ bool HasDisplay() {
     return (x != nullptr && *x != '\0') || (wayland != nullptr && *wayland != '\0');
 }
 
-// Sorts a failed preroll by the messages it left on the bus.
-unsigned int ClassifyFailure(GstBus* bus) {
+// The status one bus message stands for; ENGINE_FAILURE when it says
+// nothing more precise.
+unsigned int StatusOf(GstMessage* message) {
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ELEMENT) {
+        const GstStructure* s = gst_message_get_structure(message);
+        return s != nullptr && gst_structure_has_name(s, "missing-plugin")
+                   ? MediaStatus::MISSING_DECODER
+                   : MediaStatus::ENGINE_FAILURE;
+    }
+    GError* error = nullptr;
+    gst_message_parse_error(message, &error, nullptr);
     unsigned int status = MediaStatus::ENGINE_FAILURE;
-    bool decided = false;
-    while (GstMessage* message = gst_bus_pop_filtered(
-               bus, static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_ELEMENT))) {
-        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ELEMENT) {
-            const GstStructure* s = gst_message_get_structure(message);
-            if (s != nullptr && gst_structure_has_name(s, "missing-plugin")) {
-                status = MediaStatus::MISSING_DECODER;
-                decided = true;
-            }
-        } else if (!decided) {
-            GError* error = nullptr;
-            gst_message_parse_error(message, &error, nullptr);
-            if (error != nullptr) {
-                if (error->domain == GST_RESOURCE_ERROR) {
-                    status = MediaStatus::NOT_FOUND;
-                } else if (error->domain == GST_STREAM_ERROR &&
-                           (error->code == GST_STREAM_ERROR_CODEC_NOT_FOUND ||
-                            error->code == GST_STREAM_ERROR_DECODE)) {
-                    status = MediaStatus::MISSING_DECODER;
-                } else if (error->domain == GST_STREAM_ERROR) {
-                    status = MediaStatus::UNKNOWN_FORMAT;
-                } else if (error->domain == GST_CORE_ERROR &&
-                           error->code == GST_CORE_ERROR_MISSING_PLUGIN) {
-                    status = MediaStatus::MISSING_DECODER;
-                }
-                g_error_free(error);
-                decided = true;
-            }
+    if (error != nullptr) {
+        if (error->domain == GST_RESOURCE_ERROR) {
+            status = MediaStatus::NOT_FOUND;
+        } else if ((error->domain == GST_STREAM_ERROR &&
+                    error->code == GST_STREAM_ERROR_CODEC_NOT_FOUND) ||
+                   (error->domain == GST_CORE_ERROR &&
+                    error->code == GST_CORE_ERROR_MISSING_PLUGIN)) {
+            status = MediaStatus::MISSING_DECODER;
+        } else if (error->domain == GST_STREAM_ERROR) {
+            status = MediaStatus::UNKNOWN_FORMAT;
         }
-        gst_message_unref(message);
+        g_error_free(error);
     }
     return status;
+}
+
+// Sorts a failed preroll by the messages it left on the bus. The elements
+// of one failure report it in several messages, not always in the order
+// of cause and effect, and the precise one may trail the state change by a
+// moment: the messages of a short window are read and the most precise
+// wins.
+unsigned int ClassifyFailure(GstBus* bus) {
+    auto rank = [](unsigned int status) {
+        switch (status) {
+            case MediaStatus::MISSING_DECODER:
+                return 3;
+            case MediaStatus::NOT_FOUND:
+                return 2;
+            case MediaStatus::UNKNOWN_FORMAT:
+                return 1;
+            default:
+                return 0;
+        }
+    };
+    constexpr GstClockTime kWindow = 300 * GST_MSECOND;
+    const GstClockTime end = gst_util_get_timestamp() + kWindow;
+    unsigned int status = MediaStatus::ENGINE_FAILURE;
+    for (;;) {
+        const GstClockTime now = gst_util_get_timestamp();
+        GstMessage* message = gst_bus_timed_pop_filtered(
+            bus, now < end ? end - now : 0,
+            static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_ELEMENT));
+        if (message == nullptr) {
+            return status;
+        }
+        const unsigned int candidate = StatusOf(message);
+        gst_message_unref(message);
+        if (rank(candidate) > rank(status)) {
+            status = candidate;
+        }
+        if (status == MediaStatus::MISSING_DECODER) {
+            return status;
+        }
+    }
 }
 
 int ToMs(gint64 ns) {

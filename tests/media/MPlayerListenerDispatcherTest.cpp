@@ -1,0 +1,240 @@
+// Delivery of player events on the dispatcher thread, from several threads,
+// and the end of delivery when a player is destroyed.
+#include <kiv/media/MPlayerEvent.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "media/RecordingPlayer.h"
+#include "support/ThreadState.h"
+
+namespace {
+
+using kiv::media::IPlayerListener;
+using kiv::media::MPlayerEvent;
+using kiv::test::Delivery;
+using kiv::test::RecordingListener;
+using kiv::test::RecordingPlayer;
+
+// Records, across listeners, which listener saw which event.
+class SequenceListener : public IPlayerListener {
+public:
+    SequenceListener(int id, std::vector<std::pair<int, unsigned char>>& log, std::mutex& lock)
+        : m_id(id), m_log(log), m_lock(lock) {}
+    void OnPlayerEvent(const MPlayerEvent& event) override {
+        std::lock_guard<std::mutex> hold(m_lock);
+        m_log.emplace_back(m_id, event.GetEventType());
+    }
+
+private:
+    int m_id;
+    std::vector<std::pair<int, unsigned char>>& m_log;
+    std::mutex& m_lock;
+};
+
+// Holds its first call until released.
+class GateListener : public IPlayerListener {
+public:
+    void OnPlayerEvent(const MPlayerEvent&) override {
+        std::unique_lock<std::mutex> hold(m_lock);
+        ++m_calls;
+        m_changed.notify_all();
+        m_changed.wait(hold, [&] { return m_open; });
+    }
+    void WaitUntilInside() {
+        std::unique_lock<std::mutex> hold(m_lock);
+        m_changed.wait(hold, [&] { return m_calls > 0; });
+    }
+    void Open() {
+        std::lock_guard<std::mutex> hold(m_lock);
+        m_open = true;
+        m_changed.notify_all();
+    }
+    int Calls() {
+        std::lock_guard<std::mutex> hold(m_lock);
+        return m_calls;
+    }
+
+private:
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    int m_calls = 0;
+    bool m_open = false;
+};
+
+TEST(MPlayerListenerDispatcher, ListenersRunInListOrderOnOneThreadThatIsNotTheCallers) {
+    RecordingPlayer player;
+    std::mutex lock;
+    std::vector<std::pair<int, unsigned char>> log;
+    SequenceListener first(1, log, lock);
+    SequenceListener second(2, log, lock);
+    RecordingListener recorder;
+    player.AddPlayerListener(&first);
+    player.AddPlayerListener(&second);
+    player.AddPlayerListener(&recorder);
+
+    constexpr int kEvents = 300;
+    for (int i = 0; i < kEvents; ++i) {
+        player.FireEvent(static_cast<unsigned char>(i % 13));
+    }
+    const auto deliveries = recorder.WaitFor(kEvents);
+    ASSERT_EQ(deliveries.size(), static_cast<std::size_t>(kEvents));
+    for (int i = 0; i < kEvents; ++i) {
+        EXPECT_EQ(deliveries[i].type, i % 13);
+        EXPECT_EQ(deliveries[i].player, &player);
+        EXPECT_EQ(deliveries[i].thread, deliveries[0].thread);
+    }
+    EXPECT_NE(deliveries[0].thread, std::this_thread::get_id());
+
+    std::lock_guard<std::mutex> hold(lock);
+    ASSERT_EQ(log.size(), 2u * kEvents);
+    for (int i = 0; i < kEvents; ++i) {
+        EXPECT_EQ(log[2 * i], std::make_pair(1, static_cast<unsigned char>(i % 13)));
+        EXPECT_EQ(log[2 * i + 1], std::make_pair(2, static_cast<unsigned char>(i % 13)));
+    }
+}
+
+TEST(MPlayerListenerDispatcher, EventsFiredByAnEngineThreadKeepThatThreadsOrder) {
+    RecordingPlayer player;
+    RecordingListener recorder;
+    player.AddPlayerListener(&recorder);
+    player.Initialize();
+    player.Start();
+    recorder.Settle(player);
+
+    // The engine thread fires its own events and ends playback while the
+    // application thread fires others.
+    constexpr int kEach = 200;
+    std::thread engine([&] {
+        for (int i = 0; i < kEach; ++i) {
+            player.FireEvent(MPlayerEvent::LRC_LINE_CHANGE);
+        }
+        player.EndPlayback(MPlayerEvent::STOPPED_END_OF_MEDIA);
+    });
+    for (int i = 0; i < kEach; ++i) {
+        player.FireEvent(MPlayerEvent::MOUSE_CLICK_VIDEO);
+    }
+    engine.join();
+    const auto deliveries = recorder.WaitFor(2 * kEach + 1);
+    ASSERT_EQ(deliveries.size(), 2u * kEach + 1);
+    int lines = 0;
+    int clicks = 0;
+    for (const Delivery& d : deliveries) {
+        if (d.type == MPlayerEvent::LRC_LINE_CHANGE) {
+            ++lines;
+        } else if (d.type == MPlayerEvent::MOUSE_CLICK_VIDEO) {
+            ++clicks;
+        } else {
+            EXPECT_EQ(d.type, MPlayerEvent::STOPPED_END_OF_MEDIA);
+            EXPECT_EQ(lines, kEach);  // after every event of its own thread
+        }
+    }
+    EXPECT_EQ(lines, kEach);
+    EXPECT_EQ(clicks, kEach);
+    EXPECT_EQ(player.GetState(), kiv::media::IPlayer::READY);
+}
+
+TEST(MPlayerListenerDispatcher, ARemovedListenerIsNotCalledAgain) {
+    RecordingPlayer player;
+    RecordingListener kept;
+    RecordingListener removed;
+    RecordingPlayer untouched;
+    untouched.RemovePlayerListener(&kept);  // never had a listener: nothing
+
+    // A listener that removes itself on its first event.
+    class Once : public IPlayerListener {
+    public:
+        explicit Once(RecordingPlayer& p) : m_player(p) {}
+        void OnPlayerEvent(const MPlayerEvent&) override {
+            ++calls;
+            m_player.RemovePlayerListener(this);
+        }
+        std::atomic<int> calls{0};
+
+    private:
+        RecordingPlayer& m_player;
+    } once(player);
+
+    player.AddPlayerListener(&once);
+    player.AddPlayerListener(&removed);
+    player.AddPlayerListener(&kept);
+    player.FireEvent(MPlayerEvent::STARTED);
+    EXPECT_EQ(kept.Settle(player), std::vector<unsigned char>{MPlayerEvent::STARTED});
+    player.RemovePlayerListener(&removed);
+    player.FireEvent(MPlayerEvent::STOPPED_BY_REQUEST);
+    EXPECT_EQ(kept.Settle(player), std::vector<unsigned char>{MPlayerEvent::STOPPED_BY_REQUEST});
+    // The event and the marker that came before the removal.
+    EXPECT_EQ(removed.WaitFor(0).size(), 2u);
+    EXPECT_EQ(once.calls.load(), 1);
+}
+
+TEST(MPlayerListenerDispatcher, DestroyingAPlayerWaitsForTheCurrentCallAndDropsTheQueue) {
+    auto player = std::make_unique<RecordingPlayer>();
+    GateListener gate;
+    player->AddPlayerListener(&gate);
+    for (int i = 0; i < 100; ++i) {
+        player->FireEvent(MPlayerEvent::MEDIA_TIME_SET);
+    }
+    gate.WaitUntilInside();
+
+    std::atomic<int> destroyerTid{0};
+    std::atomic<bool> destroyed{false};
+    std::thread destroyer([&] {
+        destroyerTid = kiv::test::CurrentThreadId();
+        player.reset();
+        destroyed = true;
+    });
+    while (destroyerTid.load() == 0) {
+        std::this_thread::yield();
+    }
+    // The destructor waits for the listener that is still running.
+    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(destroyerTid.load()));
+    EXPECT_FALSE(destroyed.load());
+    gate.Open();
+    destroyer.join();
+    EXPECT_EQ(gate.Calls(), 1);
+}
+
+TEST(MPlayerListenerDispatcher, AListenerMayDestroyThePlayerThatCalledIt) {
+    // Holds the first event until every event is queued, then destroys the
+    // player on the end of media: the event queued after it is dropped.
+    class Destroyer : public IPlayerListener {
+    public:
+        void OnPlayerEvent(const MPlayerEvent& event) override {
+            std::unique_lock<std::mutex> hold(lock);
+            changed.wait(hold, [&] { return released; });
+            ++calls;
+            if (event.GetEventType() == MPlayerEvent::STOPPED_END_OF_MEDIA) {
+                delete player;
+                done = true;
+                changed.notify_all();
+            }
+        }
+        RecordingPlayer* player = nullptr;
+        std::mutex lock;
+        std::condition_variable changed;
+        int calls = 0;
+        bool released = false;
+        bool done = false;
+    } destroyer;
+    destroyer.player = new RecordingPlayer;
+    destroyer.player->AddPlayerListener(&destroyer);
+    destroyer.player->Initialize();
+    destroyer.player->Start();
+    destroyer.player->EndPlayback(MPlayerEvent::STOPPED_END_OF_MEDIA);
+    destroyer.player->FireEvent(MPlayerEvent::MEDIA_TIME_SET);
+
+    std::unique_lock<std::mutex> hold(destroyer.lock);
+    destroyer.released = true;
+    destroyer.changed.notify_all();
+    ASSERT_TRUE(
+        destroyer.changed.wait_for(hold, std::chrono::seconds(20), [&] { return destroyer.done; }));
+    EXPECT_EQ(destroyer.calls, 3);
+}
+
+}  // namespace
