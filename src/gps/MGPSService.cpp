@@ -315,6 +315,14 @@ unsigned int MGPSServiceImplPosix::WriteCommand(const wchar_t* text) {
     return 0;
 }
 
+unsigned int MGPSServiceImplPosix::SetAnyTalker(bool on) {
+    if (m_registry.SetValue(on ? 1u : 0u, L"ANY_TALKER") != 0) {
+        m_log.ErrorPrintf(L"MGPSServiceImplPosix::SetAnyTalker set ANY_TALKER fail");
+        return kRegistryError;
+    }
+    return 0;
+}
+
 unsigned int MGPSServiceImplPosix::GetRegMsg(const wchar_t* name, wchar_t* buffer) {
     if (buffer != nullptr) {
         system::MRegistry key;
@@ -493,6 +501,9 @@ unsigned int MGPSService::WriteGPSDataToLog(const wchar_t* setting) {
 }
 unsigned int MGPSService::WriteCommand(const wchar_t* text) {
     return KIV_FORWARD(WriteCommand(text));
+}
+unsigned int MGPSService::SetAnyTalker(bool on) {
+    return KIV_FORWARD(SetAnyTalker(on));
 }
 unsigned int MGPSService::GetRegMsg(const wchar_t* name, wchar_t* buffer) {
     return KIV_FORWARD(GetRegMsg(name, buffer));
