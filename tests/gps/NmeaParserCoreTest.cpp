@@ -486,3 +486,39 @@ TEST_F(Parser, GsvCyclesOfSeveralConstellationsGiveTheUnionOfTheirSatellites) {
     EXPECT_GT(Str(L"SIV_INFO").size(), 1000u);
     EXPECT_EQ(Str(L"SIV_INFO").back(), ';') << "no group is cut";
 }
+
+TEST(ParserTalkers, ASimulatedCombinedTalkerDriveMatchesTheGpDriveAndAddsGlonass) {
+    kiv::test::RecordingNmeaOutput gpOut;
+    kiv::test::RecordingNmeaOutput gnOut;
+    kiv::test::RecordingNmeaOutput offOut;
+    NmeaParserCore gp(gpOut);
+    NmeaParserCore gn(gnOut);
+    NmeaParserCore off(offOut);
+    gn.SetAnyTalker(true);
+    kiv::sim::DriveSimulator gpDrive(kiv::sim::DemoRoute(), 1778747400);
+    kiv::sim::DriveSimulator gnDrive(kiv::sim::DemoRoute(), 1778747400);
+    gnDrive.SetTalker("GN");
+    auto feed = [](NmeaParserCore& p, const std::string& s) {
+        p.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(s.data()),
+                               static_cast<unsigned int>(s.size()));
+    };
+    int fixes = 0;
+    for (int i = 0; i < 200 && !gpDrive.State().finished; ++i) {
+        feed(gp, gpDrive.Sentences());
+        const std::string gnText = gnDrive.Sentences();
+        feed(gn, gnText);
+        feed(off, gnText);
+        ASSERT_EQ(gn.FixState(), gp.FixState()) << "step " << i;
+        ASSERT_EQ(gn.Latitude(), gp.Latitude()) << "step " << i;
+        ASSERT_EQ(gn.Longitude(), gp.Longitude()) << "step " << i;
+        fixes += gp.FixState() == 10 ? 1 : 0;
+        gpDrive.Step(1);
+        gnDrive.Step(1);
+    }
+    EXPECT_GT(fixes, 100);
+    EXPECT_EQ(gnOut.strings[L"SIV_INFO"],
+              gpOut.strings[L"SIV_INFO"] + "71,22,160,38,;70,35,045,41,;");
+    EXPECT_EQ(gnOut.strings[L"USED_SATELLITE"], gpOut.strings[L"USED_SATELLITE"] + "70,71,");
+    EXPECT_EQ(off.GetCounters().processed, 0u);
+    EXPECT_TRUE(offOut.dwords.empty());
+}
