@@ -424,12 +424,11 @@ void NmeaParserCore::ParseRmc(std::string_view body) {
     bool valid = StartsWith(f.Text(2), 'A');
     if (m_anyTalker) {
         // Later receivers add a mode indicator (12) and a navigational status
-        // (13) before the checksum: "N" (no data) and "V" (not valid) are no
-        // fix whatever the status field says.
+        // (13) before the checksum. Mode "N" (no data) is no fix whatever the
+        // status field says. The navigational status plays no part: "V"
+        // there means the receiver gives no such status, and many always
+        // send it beside a valid fix.
         if (count > 13 && StartsWith(f.Text(12), 'N')) {
-            valid = false;
-        }
-        if (count > 14 && StartsWith(f.Text(13), 'V')) {
             valid = false;
         }
     }

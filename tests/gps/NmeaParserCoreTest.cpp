@@ -396,6 +396,15 @@ TEST_F(Parser, RecordedReceiverStreamsParseWithoutSurprises) {
             EXPECT_LT(recorded.dwords[L"LONG_DEG"], 180u) << entry.path();
             EXPECT_LT(recorded.dwords[L"LAT_MIN"], 60u) << entry.path();
         }
+        // These receivers talk GP only: accepting any talker changes nothing.
+        kiv::test::RecordingNmeaOutput anyOut;
+        NmeaParserCore any(anyOut);
+        any.SetAnyTalker(true);
+        any.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                 static_cast<unsigned int>(bytes.size()));
+        EXPECT_EQ(anyOut.strings, recorded.strings) << entry.path();
+        EXPECT_EQ(anyOut.dwords, recorded.dwords) << entry.path();
+        EXPECT_EQ(anyOut.Signals(), recorded.Signals()) << entry.path();
         ++files;
     }
     EXPECT_GT(files, 0);
@@ -437,10 +446,9 @@ TEST_F(Parser, CombinedTalkerGivesFixPositionAndSatellitesOnlyWithTheSetting) {
     EXPECT_EQ(Str(L"SIV_INFO"), "65,14,081,35,;23,38,230,44,;");
     EXPECT_EQ(out.Signals().front(), L"KIV_GPS_EVENT_FIX");
 
-    // Navigational status "V" or mode "N" is no fix, though the status is A.
+    // Mode "N" is no fix though the status is A; navigational status "V"
+    // (no such status given) leaves the fix alone.
     Send("GNRMC,083600.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A,V");
-    EXPECT_EQ(parser.FixState(), 0);
-    Send(kGnStream[0]);
     EXPECT_EQ(parser.FixState(), 10);
     Send("GNRMC,083601.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,N");
     EXPECT_EQ(parser.FixState(), 0);
@@ -448,6 +456,10 @@ TEST_F(Parser, CombinedTalkerGivesFixPositionAndSatellitesOnlyWithTheSetting) {
     Send("GXRMC,083602.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A");
     EXPECT_EQ(parser.FixState(), 0);
     EXPECT_EQ(Str(L"UTCTime"), "083601.00");
+    Send(kGnStream[0]);
+    ASSERT_EQ(parser.FixState(), 10);
+    Send("GNRMC,083602.00,V,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A,S");
+    EXPECT_EQ(parser.FixState(), 0);
 }
 
 TEST_F(Parser, GsvCyclesOfSeveralConstellationsGiveTheUnionOfTheirSatellites) {
