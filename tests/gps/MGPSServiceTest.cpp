@@ -264,6 +264,15 @@ TEST(MGPSService, SatellitesInViewAreAtMostTwelveAndAnEmptyTextGivesNone) {
     for (auto* s : satellites) {
         delete s;
     }
+    satellites.clear();
+    // With every constellation accepted, the whole union is read.
+    ASSERT_EQ(service.SetAnyTalker(true), 0u);
+    EXPECT_EQ(service.GetSatellitesInView(satellites), 0u);
+    ASSERT_EQ(satellites.size(), 16u);
+    EXPECT_EQ(std::wstring(satellites[15]->m_number), L"16");
+    for (auto* s : satellites) {
+        delete s;
+    }
     kiv::test::SetGps(L"UTCDate", L"010126");
     kiv::test::SetGps(L"UTCTime", L"101010");
     kiv::gps::MGPSDateTime when;
