@@ -1,7 +1,8 @@
 // KivGPS: the GPS daemon. It owns the receiver through MGPSConnect and runs
 // until it is told to stop. Clients steer it through the GPS registry key:
 // "COMPORT", "BAUDRATE", "DEMO_FILE" and "FILE_PATH" choose the receiver and
-// the sentence log (a change restarts the connection), and a non-empty
+// the sentence log, "ANY_TALKER" (non-zero) accepts the talkers of
+// multi-constellation receivers (a change restarts the connection), and a non-empty
 // "COMMAND" is sent to the receiver and cleared. One daemon runs per
 // KIV_NAMESPACE.
 #include <kiv/gps/MGPSConnect.h>
@@ -36,6 +37,7 @@ struct Settings {
     unsigned int baudRate = 4800;
     std::wstring demoFile;
     std::wstring logFile;
+    bool anyTalker = false;
 
     bool operator==(const Settings&) const = default;
 };
@@ -59,6 +61,9 @@ Settings ReadSettings(kiv::system::MRegistry& key) {
     if (key.QueryValue(value, L"BAUDRATE") == 0) {
         s.baudRate = value;
     }
+    if (key.QueryValue(value, L"ANY_TALKER") == 0) {
+        s.anyTalker = value != 0;
+    }
     s.demoFile = ReadString(key, L"DEMO_FILE");
     s.logFile = ReadString(key, L"FILE_PATH");
     return s;
@@ -69,6 +74,7 @@ std::unique_ptr<kiv::gps::MGPSConnect> Start(const Settings& s) {
     connect->SetComPort(s.port, s.baudRate);
     connect->SetDemoFile(s.demoFile.c_str());
     connect->SetLogFile(s.logFile.c_str());
+    connect->SetAnyTalker(s.anyTalker);
     if (!connect->BeginProc()) {
         std::fprintf(stderr, "KivGPS: the receiver could not be opened (port %u, %u baud%s%ls)\n",
                      s.port, s.baudRate, s.demoFile.empty() ? "" : ", demo file ",
@@ -82,7 +88,8 @@ void Usage() {
         "usage: KivGPS [--help] [--version]\n"
         "The GPS daemon: reads the receiver (or a demo file) and publishes position, time\n"
         "and satellites under HKEY_CURRENT_USER\\%ls for the GPS clients.\n"
-        "Settings are read from that key: COMPORT, BAUDRATE, DEMO_FILE, FILE_PATH;\n"
+        "Settings are read from that key: COMPORT, BAUDRATE, DEMO_FILE, FILE_PATH,\n"
+        "ANY_TALKER;\n"
         "a change restarts the connection, and a COMMAND value is sent to the receiver.\n"
         "SIGTERM or SIGINT ends it. One daemon runs per KIV_NAMESPACE.\n",
         kGpsKey);

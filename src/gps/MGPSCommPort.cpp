@@ -86,6 +86,7 @@ void MGPSCommPort::ReaderThread() {
     MNmeaParserImpl parser;
     parser.Core().SetLogFile(m_logFile.c_str());
     parser.Core().SetDemoMode(m_port == 0);
+    parser.Core().SetAnyTalker(m_anyTalker);
     // Demo pacing ends early when the port closes, so Close never waits for
     // a whole recording's worth of pauses.
     parser.Output().SetSleeper([this](unsigned int ms) { Pause(ms); });

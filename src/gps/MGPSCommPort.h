@@ -30,6 +30,8 @@ public:
 
     void SetPort(unsigned int port, unsigned int baudRate);
     void SetLogFile(const std::wstring& setting) { m_logFile = setting; }
+    /// Whether the parser of the next Open accepts the other talkers too.
+    void SetAnyTalker(bool on) { m_anyTalker = on; }
     void SetDemoFile(const std::string& path) { m_demoFile = path.substr(0, 256); }
 
     /// Opens the port (or the demo file) and starts the reader. True when
@@ -65,6 +67,7 @@ private:
     std::unique_ptr<platform::SerialPort> m_serial;
     std::unique_ptr<system::MFile> m_demo;
     std::string m_demoFile;
+    bool m_anyTalker = false;
     int m_replay[2] = {200, 5};  // replay settings kept for a configuration screen
     std::wstring m_logFile;
     std::thread m_reader;

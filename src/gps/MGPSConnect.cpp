@@ -69,6 +69,7 @@ bool MGPSConnectImplPosix::BeginProc() {
     }
     m_commGPS->SetPort(port, baud);
     m_commGPS->SetLogFile(m_logFile);
+    m_commGPS->SetAnyTalker(m_anyTalker);
     m_log.InformationPrintf(L"MGPSConnectImplWin::BeginProc() m_commGPS->dwComport %u", port);
     m_log.InformationPrintf(L"MGPSConnectImplWin::BeginProc() m_commGPS->dwBaudRate %u", baud);
 
@@ -126,6 +127,12 @@ void MGPSConnect::SetLogFile(const wchar_t* setting) {
 void MGPSConnect::SetDemoFile(const wchar_t* path) {
     if (m_impl != nullptr) {
         m_impl->SetDemoFile(path);
+    }
+}
+
+void MGPSConnect::SetAnyTalker(bool on) {
+    if (m_impl != nullptr) {
+        m_impl->SetAnyTalker(on);
     }
 }
 

@@ -21,6 +21,7 @@ public:
     void SetComPort(unsigned int port, unsigned int baudRate) override;
     void SetLogFile(const wchar_t* setting) override;
     void SetDemoFile(const wchar_t* path) override;
+    void SetAnyTalker(bool on) override { m_anyTalker = on; }
     void SetRegMsg(const wchar_t* name, const wchar_t* value) override;
     void WriteCommand(const wchar_t* command) override;
 
@@ -33,6 +34,7 @@ private:
     unsigned int m_baudRate = 4800;
     std::wstring m_logFile;
     std::wstring m_demoFile;
+    bool m_anyTalker = false;
 };
 
 }  // namespace kiv::gps

@@ -315,6 +315,14 @@ unsigned int MGPSServiceImplPosix::WriteCommand(const wchar_t* text) {
     return 0;
 }
 
+unsigned int MGPSServiceImplPosix::SetAnyTalker(bool on) {
+    if (m_registry.SetValue(on ? 1u : 0u, L"ANY_TALKER") != 0) {
+        m_log.ErrorPrintf(L"MGPSServiceImplPosix::SetAnyTalker set ANY_TALKER fail");
+        return kRegistryError;
+    }
+    return 0;
+}
+
 unsigned int MGPSServiceImplPosix::GetRegMsg(const wchar_t* name, wchar_t* buffer) {
     if (buffer != nullptr) {
         system::MRegistry key;
@@ -420,10 +428,16 @@ unsigned int MGPSServiceImplPosix::GetGPSDateTime(MGPSDateTime* dateTime) {
 }
 
 unsigned int MGPSServiceImplPosix::GetSatellitesInView(std::vector<MSatellite*>& satellites) {
-    wchar_t info[400] = {};
-    if (ReadString(L"SIV_INFO", info, 400) && info[0] != L'\0') {
-        wchar_t groups[12][40];
-        const int count = SplitStrByToken(info, L';', &groups[0][0], 40, 12);
+    // With every constellation accepted the text holds more than twelve
+    // satellites, and all of it (1,023 characters) is read.
+    unsigned int anyTalker = 0;
+    m_registry.QueryValue(anyTalker, L"ANY_TALKER");
+    const int slots = anyTalker != 0 ? 64 : 12;
+    const unsigned int characters = anyTalker != 0 ? 1024 : 400;
+    wchar_t info[1024] = {};
+    if (ReadString(L"SIV_INFO", info, characters) && info[0] != L'\0') {
+        wchar_t groups[64][40];
+        const int count = SplitStrByToken(info, L';', &groups[0][0], 40, slots);
         for (int g = 0; g < count; ++g) {
             if (groups[g][0] == L'\0') {
                 continue;
@@ -493,6 +507,9 @@ unsigned int MGPSService::WriteGPSDataToLog(const wchar_t* setting) {
 }
 unsigned int MGPSService::WriteCommand(const wchar_t* text) {
     return KIV_FORWARD(WriteCommand(text));
+}
+unsigned int MGPSService::SetAnyTalker(bool on) {
+    return KIV_FORWARD(SetAnyTalker(on));
 }
 unsigned int MGPSService::GetRegMsg(const wchar_t* name, wchar_t* buffer) {
     return KIV_FORWARD(GetRegMsg(name, buffer));

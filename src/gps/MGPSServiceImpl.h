@@ -19,6 +19,7 @@ public:
     virtual unsigned int SetDemoFile(const wchar_t* path) = 0;
     virtual unsigned int WriteGPSDataToLog(const wchar_t* setting) = 0;
     virtual unsigned int WriteCommand(const wchar_t* text) = 0;
+    virtual unsigned int SetAnyTalker(bool on) = 0;
     virtual unsigned int GetRegMsg(const wchar_t* name, wchar_t* buffer) = 0;
     virtual unsigned int GetGPSPosition(MGPSPosition* position) = 0;
     virtual unsigned int GetGPSDateTime(MGPSDateTime* dateTime) = 0;

@@ -26,6 +26,7 @@ public:
     unsigned int SetDemoFile(const wchar_t* path) override;
     unsigned int WriteGPSDataToLog(const wchar_t* setting) override;
     unsigned int WriteCommand(const wchar_t* text) override;
+    unsigned int SetAnyTalker(bool on) override;
     unsigned int GetRegMsg(const wchar_t* name, wchar_t* buffer) override;
     unsigned int GetGPSPosition(MGPSPosition* position) override;
     unsigned int GetGPSDateTime(MGPSDateTime* dateTime) override;

@@ -128,6 +128,12 @@ bool MNmeaParser::SetRawLogFile(const wchar_t* path) {
     return m_impl != nullptr && m_impl->Core().SetRawLogFile(path);
 }
 
+void MNmeaParser::SetAnyTalker(bool on) {
+    if (m_impl != nullptr) {
+        m_impl->Core().SetAnyTalker(on);
+    }
+}
+
 void MNmeaParser::Reset() {
     if (m_impl != nullptr) {
         m_impl->Core().Reset();

@@ -29,6 +29,32 @@ std::string g_satellites;
 // length are left out. A real cycle of 32 satellites needs about 600.
 constexpr std::size_t kMaxSatellitesText = 1023;
 
+// The talkers accepted with the any-talker setting, in the order their
+// satellites appear in the satellites-in-view text.
+constexpr std::string_view kTalkerNames[] = {"GP", "GN", "GL", "GA", "GB", "BD", "GQ"};
+
+// A constellation's satellites drop out of the text after this many cycles
+// of another talker without one of its own; more than one, as a receiver may
+// send a cycle per signal band.
+constexpr int kStaleCycles = 4;
+
+// The used-satellites text of several GSA is kept within what a client reads.
+constexpr std::size_t kMaxUsedText = 259;
+
+// Appends to `text` the groups of `groups` ("a,b,c,d,;" each) that fit
+// within the satellites-in-view limit.
+void AppendBoundedGroups(std::string& text, std::string_view groups) {
+    while (!groups.empty()) {
+        const std::size_t end = groups.find(';');
+        const std::size_t length = end == std::string_view::npos ? groups.size() : end + 1;
+        if (text.size() + length > kMaxSatellitesText) {
+            return;
+        }
+        text.append(groups.substr(0, length));
+        groups.remove_prefix(length);
+    }
+}
+
 // Appends fields first..first+3, each followed by ",", and then ";".
 void AppendSatelliteGroup(const NmeaFieldSplitter& f, std::size_t first) {
     std::string group;
@@ -158,6 +184,24 @@ void NmeaParserCore::Reset() {
     m_rmcSeen = 0;
     m_counters = Counters{};
     m_fix = FixBlock{};
+    m_parts = {};
+    m_usedSatellites.clear();
+    m_gsaSystems = 0;
+    m_gsaInEpoch = false;
+}
+
+void NmeaParserCore::SetAnyTalker(bool on) {
+    m_anyTalker = on;
+}
+
+std::size_t NmeaParserCore::TalkerIndex(std::string_view sentence) const {
+    const std::string_view talker = sentence.substr(1, 2);
+    for (std::size_t i = 0; i < kTalkers; ++i) {
+        if (talker == kTalkerNames[i]) {
+            return i;
+        }
+    }
+    return kTalkers;
 }
 
 void NmeaParserCore::SetLogFile(const wchar_t* name) {
@@ -225,8 +269,15 @@ void NmeaParserCore::ProcessIncomingBytes(const unsigned char* data, unsigned in
 void NmeaParserCore::ParseSentence(std::string_view sentence) {
     // The sentence is a C string: a zero byte ends it.
     sentence = sentence.substr(0, sentence.find('\0'));
-    if (sentence.substr(0, 3) != "$GP") {
+    if (m_anyTalker) {
+        m_talker = TalkerIndex(sentence);
+        if (m_talker == kTalkers) {
+            return;
+        }
+    } else if (sentence.substr(0, 3) != "$GP") {
         return;
+    } else {
+        m_talker = 0;
     }
     const std::size_t star = sentence.find('*');
     if (star == std::string_view::npos) {
@@ -285,8 +336,7 @@ void NmeaParserCore::AppendToNmeaLog(std::string_view sentence) {
     const std::wstring path = text::FromUtf8(platform::DeviceRootFile("\\NMEA.Log"));
     system::MFile log(path.c_str(), L"ab");
     // Failures are not checked: the log is a convenience.
-    log.Write("$GP", 1, 3);
-    log.Write(sentence.data() + 3, 1, static_cast<unsigned int>(sentence.size() - 3));
+    log.Write(sentence.data(), 1, static_cast<unsigned int>(sentence.size()));
     log.Write("\n", 1, 1);
 }
 
@@ -311,6 +361,7 @@ void NmeaParserCore::CountValidFix() {
 
 void NmeaParserCore::ParseGga(std::string_view body) {
     ++m_counters.processed;
+    m_gsaInEpoch = false;
     m_fix.source = 0;
     if (m_splitter.Split(body) < 15) {
         return;
@@ -354,7 +405,9 @@ void NmeaParserCore::ParseRmc(std::string_view body) {
     m_rmcSeen = 1;
     m_fix.source = 0;
     ++m_counters.processed;
-    if (m_splitter.Split(body) < 12) {
+    m_gsaInEpoch = false;
+    const std::size_t count = m_splitter.Split(body);
+    if (count < 12) {
         return;
     }
     const auto& f = m_splitter;
@@ -368,7 +421,18 @@ void NmeaParserCore::ParseRmc(std::string_view body) {
         WriteLatitude(f.Text(3), f.Text(4));
         WriteLongitude(f.Text(5), f.Text(6));
     }
-    if (!position || !StartsWith(f.Text(2), 'A')) {
+    bool valid = StartsWith(f.Text(2), 'A');
+    if (m_anyTalker) {
+        // Later receivers add a mode indicator (12) and a navigational status
+        // (13) before the checksum. Mode "N" (no data) is no fix whatever the
+        // status field says. The navigational status plays no part: "V"
+        // there means the receiver gives no such status, and many always
+        // send it beside a valid fix.
+        if (count > 13 && StartsWith(f.Text(12), 'N')) {
+            valid = false;
+        }
+    }
+    if (!position || !valid) {
         m_fix.state = 0;
     } else if (m_fix.longitudeDegrees > 0 && m_fix.longitudeDegrees < 180 &&
                m_fix.latitudeDegrees > 0 && m_fix.latitudeDegrees < 90) {
@@ -393,6 +457,10 @@ void NmeaParserCore::ParseGsa(std::string_view body) {
     if (m_splitter.Split(body) < 18) {
         return;
     }
+    if (m_anyTalker) {
+        ParseGsaOfSystem();
+        return;
+    }
     const auto& f = m_splitter;
     if (!f.Text(15).empty()) {
         m_output.SetString(L"PDOP", f.Text(15));
@@ -411,9 +479,101 @@ void NmeaParserCore::ParseGsa(std::string_view body) {
     m_output.SetString(L"USED_SATELLITE", used);
 }
 
+void NmeaParserCore::ParseGsaOfSystem() {
+    const auto& f = m_splitter;
+    if (!f.Text(15).empty()) {
+        m_output.SetString(L"PDOP", f.Text(15));
+    }
+    if (!f.Text(16).empty()) {
+        m_output.SetString(L"HDOP", f.Text(16));
+    }
+    if (!f.Text(17).empty()) {
+        m_output.SetString(L"VDOP", f.Text(17));
+    }
+    // A receiver of several constellations sends one GSA per system between
+    // two fixes; their used satellites add up. The system id (field 18, only
+    // when a checksum field follows it) also tells a new round when a system
+    // repeats without a fix sentence in between.
+    std::uint32_t system = 0;
+    if (f.Count() > 19) {
+        const long long id = FieldToInteger(f.Text(18));
+        system = id > 0 && id < 32 ? 1u << id : 0;
+    }
+    if (!m_gsaInEpoch || (system & m_gsaSystems) != 0) {
+        m_usedSatellites.clear();
+        m_gsaSystems = 0;
+        // The first GSA of a round keeps the twelve slots, empty ones too.
+        for (std::size_t i = 3; i <= 14; ++i) {
+            m_usedSatellites.append(f.Text(i));
+            m_usedSatellites.push_back(',');
+        }
+    } else {
+        for (std::size_t i = 3; i <= 14; ++i) {
+            const std::string_view number = f.Text(i);
+            if (!number.empty() && m_usedSatellites.size() + number.size() + 1 <= kMaxUsedText) {
+                m_usedSatellites.append(number);
+                m_usedSatellites.push_back(',');
+            }
+        }
+    }
+    m_gsaInEpoch = true;
+    m_gsaSystems |= system;
+    m_output.SetString(L"USED_SATELLITE", m_usedSatellites);
+}
+
+void NmeaParserCore::ParseGsvOfTalker(std::size_t count) {
+    const auto& f = m_splitter;
+    SatellitePart& part = m_parts[m_talker];
+    if (f.Text(2) == "1") {
+        part.pending.clear();
+    }
+    // The groups of one message are appended last first, as on the GP path.
+    // A trailing signal id (after the last group) is never taken for a group:
+    // it leaves fewer than four fields.
+    for (const std::size_t start : {16u, 12u, 8u, 4u}) {
+        if (count > start + 3) {
+            std::string group;
+            for (std::size_t i = start; i < start + 4; ++i) {
+                group.append(f.Text(i));
+                group.push_back(',');
+            }
+            group.push_back(';');
+            if (part.pending.size() + group.size() <= kMaxSatellitesText) {
+                part.pending.append(group);
+            }
+        }
+    }
+    if (f.Text(1) != f.Text(2)) {
+        return;
+    }
+    part.groups.swap(part.pending);
+    part.pending.clear();
+    part.present = true;
+    part.othersSince.fill(0);
+    for (std::size_t i = 0; i < kTalkers; ++i) {
+        SatellitePart& other = m_parts[i];
+        if (i != m_talker && other.present && ++other.othersSince[m_talker] >= kStaleCycles) {
+            other = SatellitePart{};
+        }
+    }
+    std::string text;
+    for (const SatellitePart& p : m_parts) {
+        if (p.present) {
+            AppendBoundedGroups(text, p.groups);
+        }
+    }
+    std::lock_guard guard(g_satellitesLock);
+    g_satellites = text;
+    m_output.SetString(L"SIV_INFO", g_satellites);
+}
+
 void NmeaParserCore::ParseGsv(std::string_view body) {
     ++m_counters.gsv;
     const std::size_t count = m_splitter.Split(body);
+    if (m_anyTalker) {
+        ParseGsvOfTalker(count);
+        return;
+    }
     const auto& f = m_splitter;
     std::lock_guard guard(g_satellitesLock);
     if (f.Text(2) == "1") {

@@ -1,7 +1,9 @@
 // The NMEA parser: frames sentences out of the receiver's byte stream,
 // accepts "$GP" sentences with a correct checksum, decodes GGA, RMC, GSA,
 // GSV (and NVA, NVP until the first RMC) into the GPS registry values, and
-// publishes the fix and moving events.
+// publishes the fix and moving events. With any talker accepted, the
+// sentences of multi-constellation receivers (GN, GL, GA, GB, BD, GQ) count
+// as well, and the satellites in view are those of every constellation.
 #pragma once
 
 #include <array>
@@ -57,6 +59,10 @@ public:
     /// null stops it.
     bool SetRawLogFile(const wchar_t* path);
     void Reset();
+    /// Off (the default): only "$GP" sentences count. On: the talkers GN,
+    /// GL, GA, GB, BD and GQ count as well.
+    void SetAnyTalker(bool on);
+    bool AnyTalker() const { return m_anyTalker; }
 
     struct Counters {
         std::uint32_t processed = 0;  ///< GGA, RMC and NVP sentences
@@ -98,6 +104,9 @@ private:
     void ParseRmc(std::string_view body);
     void ParseGsa(std::string_view body);
     void ParseGsv(std::string_view body);
+    void ParseGsvOfTalker(std::size_t count);
+    void ParseGsaOfSystem();
+    std::size_t TalkerIndex(std::string_view sentence) const;
     void ParseNva(std::string_view body);
     void ParseNvp(std::string_view body);
     void WriteLatitude(std::string_view text, std::string_view hemisphere);
@@ -120,6 +129,23 @@ private:
     FixBlock m_fix;
     NmeaFieldSplitter m_splitter{",*", 20};
     NmeaFieldSplitter m_wideSplitter{",*", 80};
+
+    // Multi-constellation state, used only with any talker accepted.
+    static constexpr std::size_t kTalkers = 7;  ///< GP, GN, GL, GA, GB, BD, GQ
+    struct SatellitePart {
+        std::string groups;   ///< the last complete cycle of this talker
+        std::string pending;  ///< the cycle being received
+        bool present = false;
+        /// Cycles each other talker completed since this one's last; a
+        /// constellation the receiver stopped reporting drops out.
+        std::array<int, kTalkers> othersSince{};
+    };
+    bool m_anyTalker = false;
+    std::array<SatellitePart, kTalkers> m_parts;
+    std::size_t m_talker = 0;  ///< of the sentence being parsed
+    std::string m_usedSatellites;
+    std::uint32_t m_gsaSystems = 0;  ///< system ids whose GSA is in m_usedSatellites
+    bool m_gsaInEpoch = false;       ///< a GSA came since the last GGA or RMC
 };
 
 }  // namespace kiv::gps

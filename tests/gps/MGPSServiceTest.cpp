@@ -118,6 +118,40 @@ TEST_F(ServiceOnPty, SentencesOnTheReceiverReachTheCallbacksAndTheReaders) {
     EXPECT_TRUE(DaemonStops()) << "the last client stopped the daemon";
 }
 
+TEST_F(ServiceOnPty, TheAnyTalkerSettingReachesTheDaemonForAMultiConstellationReceiver) {
+    auto service = std::make_unique<MGPSService>();
+    ASSERT_EQ(service->SetComPort(3, 4800), 0u);
+    ASSERT_EQ(service->SetAnyTalker(true), 0u);
+    EXPECT_EQ(GpsDword(L"ANY_TALKER"), 1u);
+    ASSERT_EQ(service->StartService(), 0u);
+    ASSERT_TRUE(pty.Write(Sentence("GPGSV,1,1,01,05,45,120,38") +
+                          Sentence("GLGSV,1,1,01,70,20,200,30") +
+                          Sentence("GNRMC,101010,A,5130.000,N,00007.500,E,0,0,010126,,,A,S")));
+    EXPECT_TRUE(Eventually([] { return GpsDword(L"LAT_DEG") == 51u; }));
+    kiv::gps::MGPSPosition position;
+    ASSERT_EQ(service->GetGPSPosition(&position), 0u);
+    EXPECT_EQ(position.m_activeState, 10u);
+    std::vector<kiv::gps::MSatellite*> satellites;
+    service->GetSatellitesInView(satellites);
+    ASSERT_EQ(satellites.size(), 2u);
+    EXPECT_EQ(std::wstring(satellites[0]->m_number), L"05");
+    EXPECT_EQ(std::wstring(satellites[1]->m_number), L"70");
+    for (auto* s : satellites) {
+        delete s;
+    }
+    // Switched off, the daemon restarts its connection and takes GP only.
+    kiv::test::SetGps(L"INIT_FLAG", L"0");
+    ASSERT_EQ(service->SetAnyTalker(false), 0u);
+    ASSERT_TRUE(Eventually([] { return GpsString(L"INIT_FLAG") == L"1"; }));
+    ASSERT_TRUE(pty.Write(Sentence("GPRMC,101012,A,5230.000,N,00007.500,E,0,0,010126,,") +
+                          Sentence("GNRMC,101013,A,4000.000,N,00007.500,E,0,0,010126,,,A,S") +
+                          Sentence("GPGGA,101014,5230.000,N,00007.500,E,1,08,0.9,77.7,M,,,,")));
+    EXPECT_TRUE(Eventually([] { return GpsString(L"ALTITUDE") == L"77.7"; }));
+    EXPECT_EQ(GpsDword(L"LAT_DEG"), 52u);
+    service.reset();
+    EXPECT_TRUE(DaemonStops());
+}
+
 TEST_F(ServiceOnPty, TheDaemonLastsUntilTheLastClientEnds) {
     const std::string result = kiv::test::TempPath("first.txt");
     const std::string quit = kiv::test::TempPath("quit");
@@ -227,6 +261,15 @@ TEST(MGPSService, SatellitesInViewAreAtMostTwelveAndAnEmptyTextGivesNone) {
     EXPECT_EQ(std::wstring(satellites[0]->m_number), L"1");
     EXPECT_EQ(std::wstring(satellites[11]->m_number), L"12");
     EXPECT_EQ(satellites[11]->m_elevation, 32u);
+    for (auto* s : satellites) {
+        delete s;
+    }
+    satellites.clear();
+    // With every constellation accepted, the whole union is read.
+    ASSERT_EQ(service.SetAnyTalker(true), 0u);
+    EXPECT_EQ(service.GetSatellitesInView(satellites), 0u);
+    ASSERT_EQ(satellites.size(), 16u);
+    EXPECT_EQ(std::wstring(satellites[15]->m_number), L"16");
     for (auto* s : satellites) {
         delete s;
     }

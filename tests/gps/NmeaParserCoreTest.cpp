@@ -396,7 +396,135 @@ TEST_F(Parser, RecordedReceiverStreamsParseWithoutSurprises) {
             EXPECT_LT(recorded.dwords[L"LONG_DEG"], 180u) << entry.path();
             EXPECT_LT(recorded.dwords[L"LAT_MIN"], 60u) << entry.path();
         }
+        // These receivers talk GP only: accepting any talker changes nothing.
+        kiv::test::RecordingNmeaOutput anyOut;
+        NmeaParserCore any(anyOut);
+        any.SetAnyTalker(true);
+        any.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                 static_cast<unsigned int>(bytes.size()));
+        EXPECT_EQ(anyOut.strings, recorded.strings) << entry.path();
+        EXPECT_EQ(anyOut.dwords, recorded.dwords) << entry.path();
+        EXPECT_EQ(anyOut.Signals(), recorded.Signals()) << entry.path();
         ++files;
     }
     EXPECT_GT(files, 0);
+}
+
+// A receiver that reports everything under the combined talker GN.
+const char* kGnStream[] = {
+    "GNRMC,083559.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A,S",
+    "GNGGA,083559.00,4717.11437,N,00833.91522,E,1,08,1.01,499.6,M,48.0,M,,",
+    "GNGSA,A,3,23,29,07,08,09,18,26,,,,,,1.94,1.18,1.54,1",
+    "GNGSA,A,3,65,67,,,,,,,,,,,1.94,1.18,1.54,2",
+    "GNGSV,1,1,02,23,38,230,44,65,14,081,35,1",
+};
+
+TEST_F(Parser, CombinedTalkerGivesFixPositionAndSatellitesOnlyWithTheSetting) {
+    for (const char* s : kGnStream) {
+        Send(s);
+    }
+    EXPECT_EQ(parser.FixState(), 0);
+    EXPECT_TRUE(out.strings.empty());
+    EXPECT_TRUE(out.dwords.empty());
+    EXPECT_TRUE(out.Signals().empty());
+
+    parser.SetAnyTalker(true);
+    for (const char* s : kGnStream) {
+        Send(s);
+    }
+    EXPECT_EQ(parser.FixState(), 10);
+    EXPECT_EQ(Dwords({L"LAT_DEG", L"LAT_MIN", L"LONG_DEG", L"LONG_MIN", L"IS_NORTH", L"IS_EAST"}),
+              (std::vector<std::uint32_t>{47, 17, 8, 33, 1, 1}));
+    EXPECT_EQ(Str(L"UTCDate"), "091202");
+    EXPECT_EQ(Str(L"ALTITUDE"), "499.6");
+    EXPECT_EQ(Dword(L"FIX_QUALITY"), 1u);
+    // The GSA of the GPS and of the GLONASS system add up; the system id is
+    // not a dilution.
+    EXPECT_EQ(Str(L"USED_SATELLITE"), "23,29,07,08,09,18,26,,,,,,65,67,");
+    EXPECT_EQ(Str(L"VDOP"), "1.54");
+    // The trailing signal id is no satellite group.
+    EXPECT_EQ(Str(L"SIV_INFO"), "65,14,081,35,;23,38,230,44,;");
+    EXPECT_EQ(out.Signals().front(), L"KIV_GPS_EVENT_FIX");
+
+    // Mode "N" is no fix though the status is A; navigational status "V"
+    // (no such status given) leaves the fix alone.
+    Send("GNRMC,083600.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A,V");
+    EXPECT_EQ(parser.FixState(), 10);
+    Send("GNRMC,083601.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,N");
+    EXPECT_EQ(parser.FixState(), 0);
+    // Talkers outside the list stay ignored.
+    Send("GXRMC,083602.00,A,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A");
+    EXPECT_EQ(parser.FixState(), 0);
+    EXPECT_EQ(Str(L"UTCTime"), "083601.00");
+    Send(kGnStream[0]);
+    ASSERT_EQ(parser.FixState(), 10);
+    Send("GNRMC,083602.00,V,4717.11437,N,00833.91522,E,0.004,77.52,091202,,,A,S");
+    EXPECT_EQ(parser.FixState(), 0);
+}
+
+TEST_F(Parser, GsvCyclesOfSeveralConstellationsGiveTheUnionOfTheirSatellites) {
+    parser.SetAnyTalker(true);
+    auto epoch = [&](bool withGalileo) {
+        Send("GPGSV,2,1,05,02,10,100,30,05,20,200,31,12,30,300,32,15,40,040,33");
+        Send("GPGSV,2,2,05,25,50,050,34");
+        Send("GLGSV,1,1,02,70,11,110,40,71,12,120,41");
+        if (withGalileo) {
+            Send("GAGSV,1,1,01,304,13,130,42");
+        }
+    };
+    epoch(true);
+    const std::string gp = "15,40,040,33,;12,30,300,32,;05,20,200,31,;02,10,100,30,;25,50,050,34,;";
+    const std::string all = gp + "71,12,120,41,;70,11,110,40,;304,13,130,42,;";
+    EXPECT_EQ(Str(L"SIV_INFO"), all);
+    EXPECT_EQ(NmeaParserCore::SatellitesInViewText(), all);
+    // The next GP cycle replaces the GP part only.
+    Send("GPGSV,1,1,01,02,10,100,30");
+    EXPECT_EQ(Str(L"SIV_INFO"), "02,10,100,30,;71,12,120,41,;70,11,110,40,;304,13,130,42,;");
+    // A constellation the receiver stops reporting drops out after a few
+    // cycles of the others.
+    for (int i = 0; i < 4; ++i) {
+        epoch(false);
+    }
+    EXPECT_EQ(Str(L"SIV_INFO"), gp + "71,12,120,41,;70,11,110,40,;");
+
+    // Many constellations of full cycles stay within the text's limit.
+    for (const char* talker : {"GP", "GL", "GA", "GB", "BD", "GQ", "GN"}) {
+        for (int m = 1; m <= 9; ++m) {
+            Send(std::string(talker) + "GSV,9," + std::to_string(m) +
+                 ",36,01,01,001,01,02,02,002,02,03,03,003,03,04,04,004,04");
+        }
+    }
+    EXPECT_LE(Str(L"SIV_INFO").size(), 1023u);
+    EXPECT_GT(Str(L"SIV_INFO").size(), 1000u);
+    EXPECT_EQ(Str(L"SIV_INFO").back(), ';') << "no group is cut";
+}
+
+TEST(ParserTalkers, ASimulatedCombinedTalkerDriveMatchesTheGpDriveAndAddsGlonass) {
+    kiv::test::RecordingNmeaOutput gpOut;
+    kiv::test::RecordingNmeaOutput gnOut;
+    NmeaParserCore gp(gpOut);
+    NmeaParserCore gn(gnOut);
+    gn.SetAnyTalker(true);
+    kiv::sim::DriveSimulator gpDrive(kiv::sim::DemoRoute(), 1778747400);
+    kiv::sim::DriveSimulator gnDrive(kiv::sim::DemoRoute(), 1778747400);
+    gnDrive.SetTalker("GN");
+    auto feed = [](NmeaParserCore& p, const std::string& s) {
+        p.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(s.data()),
+                               static_cast<unsigned int>(s.size()));
+    };
+    int fixes = 0;
+    for (int i = 0; i < 200 && !gpDrive.State().finished; ++i) {
+        feed(gp, gpDrive.Sentences());
+        feed(gn, gnDrive.Sentences());
+        ASSERT_EQ(gn.FixState(), gp.FixState()) << "step " << i;
+        ASSERT_EQ(gn.Latitude(), gp.Latitude()) << "step " << i;
+        ASSERT_EQ(gn.Longitude(), gp.Longitude()) << "step " << i;
+        fixes += gp.FixState() == 10 ? 1 : 0;
+        gpDrive.Step(1);
+        gnDrive.Step(1);
+    }
+    EXPECT_GT(fixes, 100);
+    EXPECT_EQ(gnOut.strings[L"SIV_INFO"],
+              gpOut.strings[L"SIV_INFO"] + "71,22,160,38,;70,35,045,41,;");
+    EXPECT_EQ(gnOut.strings[L"USED_SATELLITE"], gpOut.strings[L"USED_SATELLITE"] + "70,71,");
 }

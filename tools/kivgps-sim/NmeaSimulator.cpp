@@ -236,21 +236,28 @@ std::string DriveSimulator::Sentences() const {
     auto emit = [&out](const std::string& body) { out += WithChecksum(body) + "\r\n"; };
 
     if (m_state.fix) {
-        emit("GPRMC," + std::string(clock) + ",A," + lat + "," + ns + "," + lon + "," + ew + "," +
-             OneDecimal(m_state.speed * kKnotsPerMetrePerSecond) + "," +
+        emit(m_talker + "RMC," + std::string(clock) + ",A," + lat + "," + ns + "," + lon + "," +
+             ew + "," + OneDecimal(m_state.speed * kKnotsPerMetrePerSecond) + "," +
              OneDecimal(m_state.course) + "," + date + ",,,A");
-        emit("GPGGA," + std::string(clock) + "," + lat + "," + ns + "," + lon + "," + ew + ",1," +
-             TwoDigits(used.size()) + ",0.9," + OneDecimal(m_route.altitude) + ",M,47.0,M,,");
+        emit(m_talker + "GGA," + std::string(clock) + "," + lat + "," + ns + "," + lon + "," + ew +
+             ",1," + TwoDigits(used.size()) + ",0.9," + OneDecimal(m_route.altitude) +
+             ",M,47.0,M,,");
     } else {
-        emit("GPRMC," + std::string(clock) + ",V,,,,,,," + date + ",,,N");
-        emit("GPGGA," + std::string(clock) + ",,,,,0,00,99.9,,M,,M,,");
+        emit(m_talker + "RMC," + std::string(clock) + ",V,,,,,,," + date + ",,,N");
+        emit(m_talker + "GGA," + std::string(clock) + ",,,,,0,00,99.9,,M,,M,,");
     }
-    std::string gsa = m_state.fix ? "GPGSA,A,3," : "GPGSA,A,1,";
+    const bool multi = m_talker != "GP";
+    std::string gsa = m_talker + (m_state.fix ? "GSA,A,3," : "GSA,A,1,");
     for (std::size_t i = 0; i < 12; ++i) {
         gsa += (i < used.size() ? used[i] : std::string()) + ",";
     }
     gsa += m_state.fix ? "1.6,0.9,1.3" : "99.9,99.9,99.9";
-    emit(gsa);
+    emit(multi ? gsa + ",1" : gsa);
+    if (multi) {
+        // Two GLONASS satellites, used while there is a fix.
+        emit(m_talker + (m_state.fix ? "GSA,A,3,70,71,,,,,,,,,,,1.6,0.9,1.3,2"
+                                     : "GSA,A,1,,,,,,,,,,,,,99.9,99.9,99.9,2"));
+    }
 
     const std::size_t messages = std::max<std::size_t>(1, (groups.size() + 3) / 4);
     for (std::size_t m = 0; m < messages; ++m) {
@@ -260,6 +267,10 @@ std::string DriveSimulator::Sentences() const {
             gsv += "," + groups[g];
         }
         emit(gsv);
+    }
+    if (multi) {
+        emit(m_state.fix ? "GLGSV,1,1,02,70,35,045,41,71,22,160,38"
+                         : "GLGSV,1,1,02,70,35,045,,71,22,160,");
     }
     return out;
 }

@@ -52,6 +52,10 @@ public:
 
     /// The sentences of the current state, each ending in CR LF.
     std::string Sentences() const;
+    /// The talker of RMC, GGA and GSA ("GP" by default). Any other talker
+    /// makes a multi-constellation receiver: its GSA carries the system id,
+    /// and a GLONASS GSV cycle ("GL") follows the GPS one.
+    void SetTalker(const std::string& talker) { m_talker = talker.substr(0, 2); }
 
 private:
     double SegmentLength(std::size_t i) const;
@@ -63,6 +67,7 @@ private:
     std::size_t m_segment = 0;  ///< driving from point m_segment to m_segment + 1
     double m_alongSegment = 0;  ///< metres into the segment
     double m_dwellLeft = 0;     ///< seconds still to stand
+    std::string m_talker = "GP";
 };
 
 /// "$" + body + "*" + the two upper-case hexadecimal digits of the checksum.

@@ -6,6 +6,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -40,6 +41,9 @@ void Usage(std::FILE* out) {
         "  --start TIME     UTC of the first fix, YYYY-MM-DDTHH:MM:SSZ (default "
         "2026-05-14T08:30:00Z)\n"
         "  --loop           start the drive over when it ends (real-time modes)\n"
+        "  --talker XX      talker of RMC, GGA and GSA (default GP); any other, such as\n"
+        "                   GN, adds the system ids and GLONASS satellites of a\n"
+        "                   multi-constellation receiver\n"
         "  --help           this text\n",
         out);
 }
@@ -89,6 +93,7 @@ int main(int argc, char** argv) {
     std::string device;
     bool pty = false;
     bool loop = false;
+    std::string talker = "GP";
     double rate = 1;
     double speedup = 1;
     double duration = -1;
@@ -121,6 +126,13 @@ int main(int argc, char** argv) {
             speedup = std::atof(value("--speedup"));
         } else if (arg == "--duration") {
             duration = std::atof(value("--duration"));
+        } else if (arg == "--talker") {
+            talker = value("--talker");
+            if (talker.size() != 2 || !std::isupper(static_cast<unsigned char>(talker[0])) ||
+                !std::isupper(static_cast<unsigned char>(talker[1]))) {
+                std::fprintf(stderr, "kivgps-sim: --talker takes two upper-case letters\n");
+                return 2;
+            }
         } else if (arg == "--start") {
             if (!ParseUtc(value("--start"), start)) {
                 std::fprintf(stderr, "kivgps-sim: --start wants YYYY-MM-DDTHH:MM:SSZ\n");
@@ -173,6 +185,7 @@ int main(int argc, char** argv) {
     std::int64_t lapStart = start;
     do {
         kiv::sim::DriveSimulator drive(kiv::sim::DemoRoute(), lapStart);
+        drive.SetTalker(talker);
         while (!g_stop && !drive.State().finished && (duration < 0 || driven < duration)) {
             if (!WriteAll(fd, drive.Sentences())) {
                 if (pty && errno == EIO) {

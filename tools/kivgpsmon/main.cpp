@@ -77,6 +77,7 @@ struct Options {
     unsigned int baud = 4800;
     double duration = -1;
     std::string gpx;
+    bool anyTalker = false;
 };
 
 void Usage(std::FILE* out) {
@@ -92,6 +93,8 @@ void Usage(std::FILE* out) {
         "                      4800); its device is KIV_COM<N>, else /dev/ttyS<N-1>\n"
         "  --duration SECONDS  end after SECONDS (default: until q or Ctrl-C)\n"
         "  --gpx FILE          write the received track to FILE as GPX 1.1\n"
+        "  --any-talker        accept the sentences of multi-constellation receivers\n"
+        "                      (GN, GL, GA, GB, BD, GQ) as well as GP\n"
         "  --help              this text\n"
         "\n"
         "Without --demo or --port the daemon keeps the receiver it is set to. On a\n"
@@ -149,6 +152,8 @@ Options ParseOptions(int argc, char** argv) {
             if (!ParseNumber(value(), o.duration)) {
                 BadUsage("--duration takes a number of seconds");
             }
+        } else if (arg == "--any-talker") {
+            o.anyTalker = true;
         } else if (arg == "--gpx") {
             o.gpx = value();
         } else {
@@ -411,6 +416,9 @@ int main(int argc, char** argv) {
         } else if (options.port >= 0) {
             service.SetComPort(static_cast<unsigned int>(options.port), options.baud);
             service.SetDemoFile(L"");
+        }
+        if (options.anyTalker) {
+            service.SetAnyTalker(true);
         }
         service.SetFixCallback(OnFix);
         service.SetMovingCallback(OnMoving);

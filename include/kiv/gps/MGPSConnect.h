@@ -28,6 +28,9 @@ public:
     void SetLogFile(const wchar_t* setting);
     /// A recording to replay instead of the port; empty uses the port.
     void SetDemoFile(const wchar_t* path);
+    /// Off (the default): only "$GP" sentences count. On: the talkers of
+    /// multi-constellation receivers (GN, GL, GA, GB, BD, GQ) count as well.
+    void SetAnyTalker(bool on);
     /// Writes the string value `name` of the GPS key.
     void SetRegMsg(const wchar_t* name, const wchar_t* value);
     /// Opens the port or the demo file and starts the reader; true on success.

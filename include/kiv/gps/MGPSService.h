@@ -44,6 +44,9 @@ public:
     unsigned int SetDemoFile(const wchar_t* path);
     /// A non-empty setting switches the daemon's sentence log on.
     unsigned int WriteGPSDataToLog(const wchar_t* setting);
+    /// Off (the default): the daemon takes only "$GP" sentences. On: also the
+    /// talkers GN, GL, GA, GB, BD and GQ of multi-constellation receivers.
+    unsigned int SetAnyTalker(bool on);
     /// A command text the daemon sends to the receiver.
     unsigned int WriteCommand(const wchar_t* text);
     /// Reads the string value `name` of the GPS key into `buffer` (260

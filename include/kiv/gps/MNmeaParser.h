@@ -34,6 +34,9 @@ public:
     /// Records every received chunk, as it came, into the file `path`
     /// (appended); null stops. False if the file cannot be opened.
     bool SetRawLogFile(const wchar_t* path);
+    /// Off (the default): only "$GP" sentences count. On: GN, GL, GA, GB, BD
+    /// and GQ as well, with the satellites in view of every constellation.
+    void SetAnyTalker(bool on);
     /// Clears the sentence being collected, the counters and the fix state.
     void Reset();
 
