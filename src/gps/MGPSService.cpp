@@ -191,11 +191,21 @@ void MGPSServiceImplPosix::ResetGPSStatus() {
 }
 
 unsigned int MGPSServiceImplPosix::StartService() {
+    const bool wantsEvents = m_fixCallback.load() != nullptr || m_movingCallback.load() != nullptr;
+    if (wantsEvents && !m_fixEvent.IsValid()) {
+        // Opened before the daemon can signal them, not when the callback
+        // thread gets to run: a named event nobody holds open vanishes with
+        // the daemon's signal, and a slow thread would miss the first fix.
+        m_fixEvent =
+            platform::Event::Create(L"KIV_GPS_EVENT_FIX", platform::EventReset::Automatic, false);
+        m_movingEvent = platform::Event::Create(L"KIV_GPS_EVENT_MOVING",
+                                                platform::EventReset::Automatic, false);
+    }
     const unsigned int rc = StartDaemon();
     if (rc != 0) {
         return rc;
     }
-    if (m_fixCallback.load() == nullptr && m_movingCallback.load() == nullptr) {
+    if (!wantsEvents) {
         return 0;
     }
     if (!m_thread) {
@@ -258,12 +268,10 @@ unsigned int MGPSServiceImplPosix::StartDaemon() {
 }
 
 void MGPSServiceImplPosix::Run() {
-    // The events are held open for the loop's life, so that a signal while
-    // the loop is busy with a callback is not lost.
-    const platform::Event fix =
-        platform::Event::Create(L"KIV_GPS_EVENT_FIX", platform::EventReset::Automatic, false);
-    const platform::Event moving =
-        platform::Event::Create(L"KIV_GPS_EVENT_MOVING", platform::EventReset::Automatic, false);
+    // The events are held open by the object, so that a signal while the
+    // loop is busy with a callback is not lost.
+    const platform::Event& fix = m_fixEvent;
+    const platform::Event& moving = m_movingEvent;
     for (;;) {
         const int which = platform::WaitForAny({&m_stop, &fix, &moving}, platform::kInfinite);
         if (which == 1) {

@@ -55,6 +55,8 @@ private:
     system::MRegistry m_registry;
     std::unique_ptr<system::MThread> m_thread;
     platform::Event m_stop;
+    platform::Event m_fixEvent;
+    platform::Event m_movingEvent;
 };
 
 }  // namespace kiv::gps
