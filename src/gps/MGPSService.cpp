@@ -191,22 +191,22 @@ void MGPSServiceImplPosix::ResetGPSStatus() {
 }
 
 unsigned int MGPSServiceImplPosix::StartService() {
-    const bool wantsEvents = m_fixCallback.load() != nullptr || m_movingCallback.load() != nullptr;
-    if (wantsEvents && !m_fixEvent.IsValid()) {
-        // Opened before the daemon can signal them, not when the callback
-        // thread gets to run: a named event nobody holds open vanishes with
-        // the daemon's signal, and a slow thread would miss the first fix.
-        m_fixEvent =
-            platform::Event::Create(L"KIV_GPS_EVENT_FIX", platform::EventReset::Automatic, false);
-        m_movingEvent = platform::Event::Create(L"KIV_GPS_EVENT_MOVING",
-                                                platform::EventReset::Automatic, false);
-    }
     const unsigned int rc = StartDaemon();
     if (rc != 0) {
         return rc;
     }
-    if (!wantsEvents) {
+    if (m_fixCallback.load() == nullptr && m_movingCallback.load() == nullptr) {
         return 0;
+    }
+    if (!m_fixEvent.IsValid()) {
+        // Opened here, before StartService returns, not when the callback
+        // thread first runs: a named event nobody holds open vanishes with
+        // the daemon's signal, and a slow thread would miss the first fix.
+        // Signals from before the status reset above are not wanted.
+        m_fixEvent =
+            platform::Event::Create(L"KIV_GPS_EVENT_FIX", platform::EventReset::Automatic, false);
+        m_movingEvent = platform::Event::Create(L"KIV_GPS_EVENT_MOVING",
+                                                platform::EventReset::Automatic, false);
     }
     if (!m_thread) {
         m_thread = std::make_unique<system::MThread>(this);
