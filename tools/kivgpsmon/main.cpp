@@ -25,6 +25,7 @@
 #include "GpxTrack.h"
 #include "Reading.h"
 #include "View.h"
+#include "common/KeyboardMode.h"
 
 namespace {
 
@@ -195,33 +196,7 @@ std::optional<fs::path> FindDemoFile(const std::string& given) {
     return std::nullopt;
 }
 
-// Keys without line editing or echo while the monitor runs, so that a single
-// "q" ends it; Ctrl-C still raises SIGINT. Restored when it goes.
-class KeyboardMode {
-public:
-    KeyboardMode() {
-        if (isatty(STDIN_FILENO) == 0 || tcgetattr(STDIN_FILENO, &m_saved) != 0) {
-            return;
-        }
-        termios raw = m_saved;
-        raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-        raw.c_cc[VMIN] = 1;
-        raw.c_cc[VTIME] = 0;
-        m_active = tcsetattr(STDIN_FILENO, TCSANOW, &raw) == 0;
-    }
-    ~KeyboardMode() {
-        if (m_active) {
-            tcsetattr(STDIN_FILENO, TCSANOW, &m_saved);
-        }
-    }
-    KeyboardMode(const KeyboardMode&) = delete;
-    KeyboardMode& operator=(const KeyboardMode&) = delete;
-    bool Active() const { return m_active; }
-
-private:
-    termios m_saved{};
-    bool m_active = false;
-};
+using kiv::tools::KeyboardMode;
 
 bool WriteOut(const std::string& text) {
     return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <kiv/KivFramework.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -24,6 +25,7 @@
 #include <optional>
 #include <string>
 #include <vector>
+#include "common/KeyboardMode.h"
 
 namespace {
 
@@ -178,32 +180,7 @@ Options ParseOptions(int argc, char** argv) {
     return o;
 }
 
-// Keys without line editing or echo while the player runs; restored after.
-class KeyboardMode {
-public:
-    KeyboardMode() {
-        if (isatty(STDIN_FILENO) == 0 || tcgetattr(STDIN_FILENO, &m_saved) != 0) {
-            return;
-        }
-        termios raw = m_saved;
-        raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-        raw.c_cc[VMIN] = 1;
-        raw.c_cc[VTIME] = 0;
-        m_active = tcsetattr(STDIN_FILENO, TCSANOW, &raw) == 0;
-    }
-    ~KeyboardMode() {
-        if (m_active) {
-            tcsetattr(STDIN_FILENO, TCSANOW, &m_saved);
-        }
-    }
-    KeyboardMode(const KeyboardMode&) = delete;
-    KeyboardMode& operator=(const KeyboardMode&) = delete;
-    bool Active() const { return m_active; }
-
-private:
-    termios m_saved{};
-    bool m_active = false;
-};
+using kiv::tools::KeyboardMode;
 
 enum class Key { NONE, PAUSE, BACK, FORWARD, LOUDER, SOFTER, NEXT, QUIT };
 
