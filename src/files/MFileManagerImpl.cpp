@@ -304,6 +304,20 @@ unsigned int Prepare(const wchar_t* path, std::string& narrow) {
     return ERROR_SUCCESS;
 }
 
+// Converts both paths of a two-path operation, the source first.
+unsigned int PreparePair(const wchar_t* source, const wchar_t* target, std::string& from,
+                         std::string& to) {
+    const unsigned int error = Prepare(source, from);
+    return error != ERROR_SUCCESS ? error : Prepare(target, to);
+}
+
+// As PreparePair, then reads what the source is.
+unsigned int PrepareSource(const wchar_t* source, const wchar_t* target, std::string& from,
+                           std::string& to, FileStatus& status) {
+    const unsigned int error = PreparePair(source, target, from, to);
+    return error != ERROR_SUCCESS ? error : platform::ReadStatus(from, status);
+}
+
 bool Exists(const std::string& path) {
     FileStatus status;
     return platform::ReadStatus(path, status) == ERROR_SUCCESS;
@@ -456,12 +470,9 @@ unsigned int MFileManagerImpl::CopyFile(const wchar_t* source, const wchar_t* ta
                                         unsigned char failIfExists) {
     std::string from;
     std::string to;
-    if (unsigned int error = Prepare(source, from);
-        error != ERROR_SUCCESS || (error = Prepare(target, to)) != ERROR_SUCCESS) {
-        return error;
-    }
     FileStatus status;
-    if (const unsigned int error = platform::ReadStatus(from, status); error != ERROR_SUCCESS) {
+    if (const unsigned int error = PrepareSource(source, target, from, to, status);
+        error != ERROR_SUCCESS) {
         return error;
     }
     if (status.kind == FileKind::Directory) {
@@ -484,12 +495,9 @@ unsigned int MFileManagerImpl::CopyFile(const wchar_t* source, const wchar_t* ta
 unsigned int MFileManagerImpl::MoveFile(const wchar_t* source, const wchar_t* target) {
     std::string from;
     std::string to;
-    if (unsigned int error = Prepare(source, from);
-        error != ERROR_SUCCESS || (error = Prepare(target, to)) != ERROR_SUCCESS) {
-        return error;
-    }
     FileStatus status;
-    if (const unsigned int error = platform::ReadStatus(from, status); error != ERROR_SUCCESS) {
+    if (const unsigned int error = PrepareSource(source, target, from, to, status);
+        error != ERROR_SUCCESS) {
         return error;
     }
     if (status.kind == FileKind::Directory) {
@@ -551,9 +559,8 @@ unsigned int MFileManagerImpl::CopyTree(const wchar_t* source, const wchar_t* ta
     Reporter reporter(progress, context, outcome);
     std::string from;
     std::string to;
-    if (unsigned int error = Prepare(source, from);
-        error != ERROR_SUCCESS || (error = Prepare(target, to)) != ERROR_SUCCESS ||
-        (error = CheckTreeTarget(from, to)) != ERROR_SUCCESS) {
+    if (unsigned int error = PreparePair(source, target, from, to);
+        error != ERROR_SUCCESS || (error = CheckTreeTarget(from, to)) != ERROR_SUCCESS) {
         return error;
     }
     return CopyTreeChecked(from, to, reporter);
@@ -565,9 +572,8 @@ unsigned int MFileManagerImpl::MoveTree(const wchar_t* source, const wchar_t* ta
     Reporter reporter(progress, context, outcome);
     std::string from;
     std::string to;
-    if (unsigned int error = Prepare(source, from);
-        error != ERROR_SUCCESS || (error = Prepare(target, to)) != ERROR_SUCCESS ||
-        (error = CheckTreeTarget(from, to)) != ERROR_SUCCESS) {
+    if (unsigned int error = PreparePair(source, target, from, to);
+        error != ERROR_SUCCESS || (error = CheckTreeTarget(from, to)) != ERROR_SUCCESS) {
         return error;
     }
     const unsigned int renamed = platform::Rename(from, to, false);

@@ -1,5 +1,7 @@
 #include "Reading.h"
 
+#include "foundation/Text.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -42,9 +44,9 @@ Reading TakeReading(kiv::gps::MGPSService& service) {
 
     wchar_t text[32] = {};
     r.position.GetLatitudeAsString(text);
-    r.latitudeText = ToUtf8(text);
+    r.latitudeText = kiv::text::ToUtf8(text);
     r.position.GetLongitudeAsString(text);
-    r.longitudeText = ToUtf8(text);
+    r.longitudeText = kiv::text::ToUtf8(text);
     const auto& p = r.position;
     r.latitude = DecimalDegrees(p.m_latDegrees, p.m_latMinutes, p.m_latSeconds, p.m_latMilliseconds,
                                 p.m_north != 0);
@@ -56,7 +58,7 @@ Reading TakeReading(kiv::gps::MGPSService& service) {
     for (kiv::gps::MSatellite* pointer : raw) {
         const std::unique_ptr<kiv::gps::MSatellite> satellite(pointer);  // ours to delete
         SatelliteRow row;
-        row.number = ToUtf8(satellite->m_number);
+        row.number = kiv::text::ToUtf8(satellite->m_number);
         row.elevation = satellite->m_elevation;
         row.azimuth = satellite->m_azimuth;
         row.signalToNoise = satellite->m_signalToNoise;
@@ -99,60 +101,6 @@ const char* FixQualityName(unsigned int quality) {
     static constexpr const char* kNames[] = {"invalid",   "GPS",       "DGPS",   "PPS",       "RTK",
                                              "float RTK", "estimated", "manual", "simulation"};
     return quality < std::size(kNames) ? kNames[quality] : "unknown";
-}
-
-std::string ToUtf8(std::wstring_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (const wchar_t wc : text) {
-        auto c = static_cast<char32_t>(wc);
-        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
-            c = 0xFFFD;
-        }
-        if (c < 0x80) {
-            out.push_back(static_cast<char>(c));
-        } else if (c < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else if (c < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        }
-    }
-    return out;
-}
-
-std::wstring FromUtf8(std::string_view text) {
-    std::wstring out;
-    for (std::size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        const std::size_t length = lead < 0x80           ? 1
-                                   : (lead >> 5) == 0x6  ? 2
-                                   : (lead >> 4) == 0xE  ? 3
-                                   : (lead >> 3) == 0x1E ? 4
-                                                         : 0;
-        if (length == 0 || i + length > text.size()) {
-            out.push_back(L'\uFFFD');
-            ++i;
-            continue;
-        }
-        char32_t c = length == 1 ? lead : lead & (0x7F >> length);
-        bool valid = true;
-        for (std::size_t k = 1; k < length; ++k) {
-            const auto next = static_cast<unsigned char>(text[i + k]);
-            valid = valid && (next & 0xC0) == 0x80;
-            c = (c << 6) | (next & 0x3F);
-        }
-        out.push_back(valid && c <= 0x10FFFF ? static_cast<wchar_t>(c) : L'\uFFFD');
-        i += valid ? length : 1;
-    }
-    return out;
 }
 
 }  // namespace kivgpsmon

@@ -42,9 +42,4 @@ std::string IsoTime(const Reading& reading);
 const char* FixStateName(unsigned int state);
 const char* FixQualityName(unsigned int quality);
 
-/// wchar_t text (UTF-32 here) as UTF-8, and back; invalid code points
-/// become U+FFFD.
-std::string ToUtf8(std::wstring_view text);
-std::wstring FromUtf8(std::string_view text);
-
 }  // namespace kivgpsmon

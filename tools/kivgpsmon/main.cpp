@@ -26,6 +26,7 @@
 #include "Reading.h"
 #include "View.h"
 #include "common/KeyboardMode.h"
+#include "foundation/Text.h"
 
 namespace {
 
@@ -344,7 +345,7 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    using kivgpsmon::FromUtf8;
+    using kiv::text::FromUtf8;
     const Options options = ParseOptions(argc, argv);
 
     Status status;
@@ -401,7 +402,7 @@ int main(int argc, char** argv) {
         if (started != 0) {
             wchar_t message[260] = {};
             service.GetRegMsg(L"ERR_MSG", message);
-            std::string text = kivgpsmon::ToUtf8(message);
+            std::string text = kiv::text::ToUtf8(message);
             while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
                 text.pop_back();
             }

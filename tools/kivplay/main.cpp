@@ -26,6 +26,7 @@
 #include <string>
 #include <vector>
 #include "common/KeyboardMode.h"
+#include "foundation/Text.h"
 
 namespace {
 
@@ -91,26 +92,6 @@ private:
     std::mutex m_mutex;
     std::deque<unsigned char> m_events;
 };
-
-std::wstring FromUtf8(const std::string& s) {
-    std::wstring out;
-    for (std::size_t i = 0; i < s.size();) {
-        const auto c = static_cast<unsigned char>(s[i]);
-        const int extra = c < 0x80 ? 0 : c >= 0xF0 ? 3 : c >= 0xE0 ? 2 : c >= 0xC0 ? 1 : -1;
-        if (extra < 0 || i + static_cast<std::size_t>(extra) >= s.size() + (extra == 0 ? 1 : 0)) {
-            out.push_back(0xFFFD);
-            ++i;
-            continue;
-        }
-        wchar_t code = extra == 0 ? c : c & (0x3F >> extra);
-        for (int k = 1; k <= extra; ++k) {
-            code = (code << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-        }
-        out.push_back(code);
-        i += static_cast<std::size_t>(extra) + 1;
-    }
-    return out;
-}
 
 std::string BaseName(const std::string& path) {
     const auto slash = path.find_last_of('/');
@@ -270,7 +251,7 @@ public:
 private:
     Outcome PlayFile(const std::string& path) {
         m_name = BaseName(path);
-        IDataSource* source = m_manager.CreateDataSource(FromUtf8(path));
+        IDataSource* source = m_manager.CreateDataSource(kiv::text::FromUtf8(path));
         IPlayer* player = source != nullptr ? m_manager.CreatePlayer(source) : nullptr;
         if (player == nullptr) {
             Note("cannot play: unknown file type");
