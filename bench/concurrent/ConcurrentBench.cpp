@@ -33,6 +33,7 @@
 
 #include "platform/Namespace.h"
 #include "platform/Waitable.h"
+#include "support/ConcurObjectPingPong.h"
 #include "support/CrossProcess.h"
 
 namespace {
@@ -145,28 +146,7 @@ void BM_Baseline_ConditionVariablePingPong(benchmark::State& state) {
 BENCHMARK(BM_Baseline_ConditionVariablePingPong)->Arg(0)->Arg(1)->UseRealTime();
 
 void BM_MConcurObjectPingPong(benchmark::State& state) {
-    MConcurObject toWorker;
-    MConcurObject toMain;
-    std::atomic<bool> quit{false};
-    PinTo(0);
-    std::thread worker([&] {
-        PinTo(OtherCpu(state));
-        for (;;) {
-            toWorker.Wait();
-            if (quit.load()) {
-                return;
-            }
-            toMain.Notify();
-        }
-    });
-    RoundTrips(state).Run([&] {
-        toWorker.Notify();
-        toMain.Wait();
-    });
-    quit.store(true);
-    toWorker.Notify();
-    worker.join();
-    Unpin();
+    kiv::bench::ConcurObjectPingPong(state);
 }
 BENCHMARK(BM_MConcurObjectPingPong)->Arg(0)->Arg(1)->UseRealTime();
 

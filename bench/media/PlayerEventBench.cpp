@@ -17,6 +17,7 @@
 #include <atomic>
 #include <thread>
 
+#include "support/ConcurObjectPingPong.h"
 #include "support/CrossProcess.h"
 
 namespace {
@@ -68,28 +69,7 @@ private:
 };
 
 void BM_Baseline_MConcurObjectPingPong(benchmark::State& state) {
-    MConcurObject toWorker;
-    MConcurObject toMain;
-    std::atomic<bool> quit{false};
-    PinTo(0);
-    std::thread worker([&] {
-        PinTo(OtherCpu(state));
-        for (;;) {
-            toWorker.Wait();
-            if (quit.load()) {
-                return;
-            }
-            toMain.Notify();
-        }
-    });
-    RoundTrips(state).Run([&] {
-        toWorker.Notify();
-        toMain.Wait();
-    });
-    quit.store(true);
-    toWorker.Notify();
-    worker.join();
-    Unpin();
+    kiv::bench::ConcurObjectPingPong(state);
 }
 BENCHMARK(BM_Baseline_MConcurObjectPingPong)->Arg(0)->Arg(1)->UseRealTime();
 
