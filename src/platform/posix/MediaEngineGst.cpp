@@ -268,10 +268,11 @@ public:
             gst_object_unref(pipeline);
             return status;
         }
+        // A stream whose length the pipeline does not know yet is scanned
+        // when the length is first asked for, not here: the scan reads the
+        // whole file, and Start must not wait for it.
         gint64 known = 0;
-        const int scanned = gst_element_query_duration(pipeline, GST_FORMAT_TIME, &known)
-                                ? -1
-                                : ScanDurationMs(uri);
+        const bool scan = !gst_element_query_duration(pipeline, GST_FORMAT_TIME, &known);
         // Messages of the preroll (warnings, tags) are of no use later.
         gst_bus_set_flushing(bus, TRUE);
         gst_bus_set_flushing(bus, FALSE);
@@ -282,7 +283,8 @@ public:
         m_rate = 1.0;
         m_stopMs = -1;
         m_resumeMs = -1;
-        m_scannedMs = scanned;
+        m_uri = uri;
+        m_scannedMs = scan ? kNotScanned : -1;
         m_busThread = std::thread([this] { WatchBus(); });
         return 0;
     }
@@ -657,6 +659,9 @@ private:
         if (m_pipeline == nullptr) {
             return -1;
         }
+        if (m_scannedMs == kNotScanned) {
+            m_scannedMs = ScanDurationMs(m_uri);
+        }
         if (m_scannedMs >= 0) {
             // Exact, where the pipeline's figure would be an estimate.
             return m_scannedMs;
@@ -830,7 +835,10 @@ private:
     double m_rate = 1.0;
     int m_stopMs = -1;
     int m_resumeMs = -1;
+    // The scanned length; -1 when the pipeline's own figure is used.
+    static constexpr int kNotScanned = -2;
     int m_scannedMs = -1;
+    std::string m_uri;
     int m_volume = 100;
     bool m_mute = false;
     std::uintptr_t m_window = 0;
