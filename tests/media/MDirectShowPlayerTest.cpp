@@ -259,6 +259,60 @@ TEST_F(MDirectShowPlayerTest, SwitchingSourcesKeepsTheOldOneOnFailure) {
     EXPECT_EQ(player->GetRate(), 2.0);
 }
 
+// The engine's thread ends playback at the end of the media while the test's
+// thread starts and pauses around that moment. Whatever wins, the events
+// must follow the transition table (a stop only from STARTED, a start only
+// from READY), and a player left STARTED must still reach its end.
+TEST_F(MDirectShowPlayerTest, StartAndPauseRacingTheEndKeepStateAndEventsConsistent) {
+    const auto file = test::MakeTestMedia(MediaFormat::WAV, 1000);
+    IPlayer* player = Player(file.path);
+    RecordingListener listener;
+    player->AddPlayerListener(&listener);
+    ASSERT_EQ(player->Initialize(), 0u);
+    for (int round = 0; round < 80; ++round) {
+        ASSERT_EQ(player->SetMediaTime(file.durationMs - round % 8), 0u);
+        player->Start();
+        std::this_thread::sleep_for(std::chrono::microseconds(round / 8 % 5 * 1000));
+        player->Pause();
+        ASSERT_EQ(player->SetMediaTime(file.durationMs - round % 3), 0u);
+        player->Start();
+        bool ended = false;
+        for (int i = 0; i < 500 && !ended; ++i) {
+            ended = player->GetState() == IPlayer::READY;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        ASSERT_TRUE(ended) << "round " << round << ": STARTED at the end of the media";
+    }
+    ASSERT_EQ(player->Deinitialize(), 0u);
+    ASSERT_TRUE(listener.WaitFor(MPlayerEvent::DEINITIALIZED));
+
+    signed char state = IPlayer::UNINITIALIZED;
+    const auto events = listener.Events();
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        const unsigned char e = events[i];
+        signed char from = IPlayer::READY;
+        signed char to = IPlayer::READY;
+        if (e == MPlayerEvent::INITIALIZED) {
+            from = IPlayer::UNINITIALIZED;
+        } else if (e == MPlayerEvent::DEINITIALIZED) {
+            to = IPlayer::UNINITIALIZED;
+        } else if (e == MPlayerEvent::STARTED) {
+            to = IPlayer::STARTED;
+        } else if (e == MPlayerEvent::STOPPED_BY_REQUEST ||
+                   e == MPlayerEvent::STOPPED_END_OF_MEDIA) {
+            from = IPlayer::STARTED;
+        } else if (e == MPlayerEvent::MEDIA_TIME_SET && state != IPlayer::UNINITIALIZED) {
+            from = to = state;
+        } else {
+            FAIL() << "event " << int(e) << " at " << i;
+        }
+        ASSERT_EQ(state, from) << "event " << int(e) << " at " << i;
+        state = to;
+    }
+    EXPECT_EQ(state, IPlayer::UNINITIALIZED);
+    player->RemovePlayerListener(&listener);
+}
+
 TEST_F(MDirectShowPlayerTest, FiftyPlayersLeaveNoThreadDescriptorOrMemoryBehind) {
     const auto file = test::MakeTestMedia(MediaFormat::WAV, 1000);
     auto cycle = [&] {

@@ -283,6 +283,7 @@ public:
         m_rate = 1.0;
         m_stopMs = -1;
         m_resumeMs = -1;
+        m_playing = false;
         m_uri = uri;
         m_scannedMs = scan ? kNotScanned : -1;
         m_busThread = std::thread([this] { WatchBus(); });
@@ -308,6 +309,7 @@ public:
         gst_object_unref(m_pipeline);
         m_bus = nullptr;
         m_pipeline = nullptr;
+        m_playing = false;
     }
 
     bool IsOpen() const override {
@@ -332,6 +334,7 @@ public:
             return MediaStatus::ENGINE_FAILURE;
         }
         m_errorReported = false;
+        m_playing = true;
         return 0;
     }
 
@@ -644,7 +647,12 @@ private:
         if (m_pipeline == nullptr) {
             return MediaStatus::INVALID_ARGUMENT;
         }
-        return Settle(m_pipeline, gst_element_set_state(m_pipeline, GST_STATE_PAUSED));
+        const unsigned int status =
+            Settle(m_pipeline, gst_element_set_state(m_pipeline, GST_STATE_PAUSED));
+        if (status == 0) {
+            m_playing = false;
+        }
+        return status;
     }
 
     int PositionLocked() {
@@ -786,19 +794,29 @@ private:
             if (quit) {
                 return;
             }
+            // The decision and the report are one step under the mutex: Play
+            // and Pause of the application's thread come before or after
+            // both, so an end is reported only for the playback it ended.
+            std::lock_guard<std::mutex> lock(m_mutex);
             if (type == GST_MESSAGE_EOS) {
-                Report(OnEndOfSegment());
+                if (m_playing) {
+                    Report(OnEndOfSegmentLocked());
+                }
             } else if (type == GST_MESSAGE_ERROR) {
-                if (OnError()) {
+                if (OnErrorLocked() && m_playing) {
+                    m_playing = false;
                     Report(Event::ERROR);
                 }
             }
         }
     }
 
-    Event OnEndOfSegment() {
-        std::lock_guard<std::mutex> lock(m_mutex);
+    // The end of a playback that nobody paused first. An end that arrives
+    // after a Pause is left alone: the sinks report it again when playback
+    // resumes there.
+    Event OnEndOfSegmentLocked() {
         gst_element_set_state(m_pipeline, GST_STATE_PAUSED);
+        m_playing = false;
         if (m_stopMs >= 0) {
             // A stop time is used once.
             m_resumeMs = m_stopMs;
@@ -811,9 +829,9 @@ private:
     }
 
     // True for the first error after a Play or a seek; the elements of one
-    // breakdown often report it several times.
-    bool OnError() {
-        std::lock_guard<std::mutex> lock(m_mutex);
+    // breakdown often report it several times. Only an error during playback
+    // is reported: a paused player has no playback to end.
+    bool OnErrorLocked() {
         gst_element_set_state(m_pipeline, GST_STATE_PAUSED);
         const bool first = !m_errorReported;
         m_errorReported = true;
@@ -832,6 +850,8 @@ private:
     GstBus* m_bus = nullptr;
     std::thread m_busThread;
     bool m_errorReported = false;
+    // Between a Play and the Pause, Stop, end or error that ends it.
+    bool m_playing = false;
     double m_rate = 1.0;
     int m_stopMs = -1;
     int m_resumeMs = -1;
