@@ -102,7 +102,8 @@ int MPlayerBase::GetMediaTime() {
 }
 
 unsigned int MPlayerBase::SetMediaTime(int time) {
-    Operation operation(*this);
+    // Not an operation that holds ends back: it changes no state, and an end
+    // that the engine reported before the seek is fired before it.
     return MPlayerState::Of(*this)->SetMediaTime(*this, time);
 }
 

@@ -182,8 +182,8 @@ TEST_F(MDirectShowPlayerTest, Mp3PlaysToTheEndWithAudioControlsOnly) {
 // within one frame or packet, an accurate seek, a pause that holds the
 // position, and the end of the media.
 TEST_F(MDirectShowPlayerTest, EveryFormatSeeksPausesAndPlaysToTheEnd) {
-    for (MediaFormat format : {MediaFormat::MP3, MediaFormat::WAV, MediaFormat::WMA,
-                               MediaFormat::AVI}) {
+    for (MediaFormat format :
+         {MediaFormat::MP3, MediaFormat::WAV, MediaFormat::WMA, MediaFormat::AVI}) {
         SCOPED_TRACE(test::MediaExtension(format));
         const auto file = test::MakeTestMedia(format, 1500);
         IPlayer* player = Player(file.path);
@@ -206,12 +206,11 @@ TEST_F(MDirectShowPlayerTest, EveryFormatSeeksPausesAndPlaysToTheEnd) {
         ASSERT_EQ(player->Start(), 0u);
         ASSERT_TRUE(listener.WaitFor(MPlayerEvent::STOPPED_END_OF_MEDIA));
         EXPECT_EQ(player->GetState(), IPlayer::READY);
-        EXPECT_EQ(listener.Events(),
-                  (std::deque<unsigned char>{MPlayerEvent::INITIALIZED,
-                                             MPlayerEvent::MEDIA_TIME_SET, MPlayerEvent::STARTED,
-                                             MPlayerEvent::STOPPED_BY_REQUEST,
-                                             MPlayerEvent::STARTED,
-                                             MPlayerEvent::STOPPED_END_OF_MEDIA}));
+        EXPECT_EQ(
+            listener.Events(),
+            (std::deque<unsigned char>{MPlayerEvent::INITIALIZED, MPlayerEvent::MEDIA_TIME_SET,
+                                       MPlayerEvent::STARTED, MPlayerEvent::STOPPED_BY_REQUEST,
+                                       MPlayerEvent::STARTED, MPlayerEvent::STOPPED_END_OF_MEDIA}));
         player->RemovePlayerListener(&listener);
     }
 }
@@ -280,8 +279,8 @@ TEST_F(MDirectShowPlayerTest, MissingAndBrokenFilesFailWithAStatus) {
     // the same, never a hang; noise is not taken for media.
     const auto avi = test::MakeTestMedia(MediaFormat::AVI, 1500);
     const std::string aviBytes = test::ReadFileBytes(avi.path);
-    ASSERT_TRUE(test::WriteFileBytes(test::TempPath("cut.avi"),
-                                     aviBytes.substr(0, aviBytes.size() / 2)));
+    ASSERT_TRUE(
+        test::WriteFileBytes(test::TempPath("cut.avi"), aviBytes.substr(0, aviBytes.size() / 2)));
     std::string noise(20000, '\0');
     for (std::size_t i = 0; i < noise.size(); ++i) {
         noise[i] = static_cast<char>((i * 2654435761u) >> 13);
@@ -332,7 +331,7 @@ TEST_F(MDirectShowPlayerTest, StartAndPauseRacingTheEndKeepStateAndEventsConsist
     RecordingListener listener;
     player->AddPlayerListener(&listener);
     ASSERT_EQ(player->Initialize(), 0u);
-    for (int round = 0; round < 80; ++round) {
+    for (int round = 0; round < 64; ++round) {
         ASSERT_EQ(player->SetMediaTime(file.durationMs - round % 8), 0u);
         player->Start();
         std::this_thread::sleep_for(std::chrono::microseconds(round / 8 % 5 * 1000));
@@ -346,10 +345,21 @@ TEST_F(MDirectShowPlayerTest, StartAndPauseRacingTheEndKeepStateAndEventsConsist
         }
         ASSERT_TRUE(ended) << "round " << round << ": STARTED at the end of the media";
     }
+    // A seek back to the start just as the end arrives: an end read after
+    // the seek must not stop the new playback.
+    for (int round = 0; round < 32; ++round) {
+        ASSERT_EQ(player->SetMediaTime(file.durationMs - round % 8), 0u);
+        player->Start();
+        std::this_thread::sleep_for(std::chrono::microseconds(round / 8 * 1000));
+        ASSERT_EQ(player->SetMediaTime(0), 0u);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        player->Pause();
+    }
     ASSERT_EQ(player->Deinitialize(), 0u);
     ASSERT_TRUE(listener.WaitFor(MPlayerEvent::DEINITIALIZED));
 
     signed char state = IPlayer::UNINITIALIZED;
+    bool seekWhilePlaying = false;
     const auto events = listener.Events();
     for (std::size_t i = 0; i < events.size(); ++i) {
         const unsigned char e = events[i];
@@ -370,6 +380,9 @@ TEST_F(MDirectShowPlayerTest, StartAndPauseRacingTheEndKeepStateAndEventsConsist
             FAIL() << "event " << int(e) << " at " << i;
         }
         ASSERT_EQ(state, from) << "event " << int(e) << " at " << i;
+        ASSERT_FALSE(e == MPlayerEvent::STOPPED_END_OF_MEDIA && seekWhilePlaying)
+            << "an end from before the seek at " << i - 1 << " stopped the new playback";
+        seekWhilePlaying = e == MPlayerEvent::MEDIA_TIME_SET && state == IPlayer::STARTED;
         state = to;
     }
     EXPECT_EQ(state, IPlayer::UNINITIALIZED);

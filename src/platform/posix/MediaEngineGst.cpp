@@ -284,6 +284,7 @@ public:
         m_stopMs = -1;
         m_resumeMs = -1;
         m_playing = false;
+        m_segmentSeqnum = GST_SEQNUM_INVALID;
         m_uri = uri;
         m_scannedMs = scan ? kNotScanned : -1;
         m_busThread = std::thread([this] { WatchBus(); });
@@ -693,21 +694,23 @@ private:
         const bool stopSet = m_stopMs >= 0;
         const gint64 stop = stopSet ? static_cast<gint64>(m_stopMs) * GST_MSECOND : -1;
         const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
-        gboolean accepted = FALSE;
+        GstEvent* seek = nullptr;
         if (m_rate > 0) {
-            accepted =
-                gst_element_seek(m_pipeline, m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
-                                 target, stopSet ? GST_SEEK_TYPE_SET : GST_SEEK_TYPE_NONE, stop);
+            seek = gst_event_new_seek(m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, target,
+                                      stopSet ? GST_SEEK_TYPE_SET : GST_SEEK_TYPE_NONE, stop);
         } else {
             // Backwards, the segment runs from the start (or the stop time)
             // to the position.
-            accepted =
-                gst_element_seek(m_pipeline, m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
-                                 stopSet ? stop : 0, GST_SEEK_TYPE_SET, target);
+            seek = gst_event_new_seek(m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
+                                      stopSet ? stop : 0, GST_SEEK_TYPE_SET, target);
         }
-        if (!accepted) {
+        const guint32 seqnum = gst_event_get_seqnum(seek);
+        if (!gst_element_send_event(m_pipeline, seek)) {
             return MediaStatus::NOT_SUPPORTED;
         }
+        // The end of the new segment carries the seek's number; an end of
+        // stream still on the bus from before the seek does not.
+        m_segmentSeqnum = seqnum;
         m_resumeMs = -1;
         m_errorReported = false;
         unsigned int status =
@@ -787,6 +790,7 @@ private:
                 continue;
             }
             const GstMessageType type = GST_MESSAGE_TYPE(message);
+            const guint32 seqnum = gst_message_get_seqnum(message);
             const GstStructure* s = gst_message_get_structure(message);
             const bool quit = type == GST_MESSAGE_APPLICATION && s != nullptr &&
                               gst_structure_has_name(s, kQuitMessage);
@@ -799,7 +803,9 @@ private:
             // both, so an end is reported only for the playback it ended.
             std::lock_guard<std::mutex> lock(m_mutex);
             if (type == GST_MESSAGE_EOS) {
-                if (m_playing) {
+                const bool stale =
+                    m_segmentSeqnum != GST_SEQNUM_INVALID && seqnum != m_segmentSeqnum;
+                if (m_playing && !stale) {
                     Report(OnEndOfSegmentLocked());
                 }
             } else if (type == GST_MESSAGE_ERROR) {
@@ -852,6 +858,8 @@ private:
     bool m_errorReported = false;
     // Between a Play and the Pause, Stop, end or error that ends it.
     bool m_playing = false;
+    // The number of the last seek; invalid before the first.
+    guint32 m_segmentSeqnum = GST_SEQNUM_INVALID;
     double m_rate = 1.0;
     int m_stopMs = -1;
     int m_resumeMs = -1;
