@@ -803,8 +803,11 @@ private:
             // both, so an end is reported only for the playback it ended.
             std::lock_guard<std::mutex> lock(m_mutex);
             if (type == GST_MESSAGE_EOS) {
-                const bool stale =
-                    m_segmentSeqnum != GST_SEQNUM_INVALID && seqnum != m_segmentSeqnum;
+                // An element that does not pass the number on would leave
+                // the player playing for ever at the end: an end found where
+                // the segment ends is taken whatever its number.
+                const bool stale = m_segmentSeqnum != GST_SEQNUM_INVALID &&
+                                   seqnum != m_segmentSeqnum && !AtSegmentEndLocked();
                 if (m_playing && !stale) {
                     Report(OnEndOfSegmentLocked());
                 }
@@ -815,6 +818,20 @@ private:
                 }
             }
         }
+    }
+
+    // True when the position is within a moment of where the segment ends.
+    bool AtSegmentEndLocked() {
+        constexpr int kSlackMs = 250;
+        const int position = PositionLocked();
+        if (position < 0) {
+            return true;
+        }
+        if (m_rate < 0) {
+            return position <= (m_stopMs >= 0 ? m_stopMs : 0) + kSlackMs;
+        }
+        const int end = m_stopMs >= 0 ? m_stopMs : DurationLocked();
+        return end < 0 || position + kSlackMs >= end;
     }
 
     // The end of a playback that nobody paused first. An end that arrives
