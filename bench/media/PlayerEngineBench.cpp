@@ -212,13 +212,45 @@ void BM_FirstBuffer_Playbin(benchmark::State& state) {
 }
 BENCHMARK(BM_FirstBuffer_Playbin)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
 
+// The plain program in the player's two steps: preroll (PAUSED, waited for),
+// then PLAYING. Not the baseline; it shows what the preroll costs by itself.
+void BM_FirstBuffer_PlaybinPrerolled(benchmark::State& state) {
+    for (auto _ : state) {
+        g_probe.Arm();
+        const auto start = Clock::now();
+        GstElement* playbin = PlainPlaybin(kSyncSink);
+        gst_element_set_state(playbin, GST_STATE_PAUSED);
+        gst_element_get_state(playbin, nullptr, nullptr, 10 * GST_SECOND);
+        gst_element_set_state(playbin, GST_STATE_PLAYING);
+        Clock::time_point at;
+        if (!g_probe.Wait(at)) {
+            state.SkipWithError("no buffer reached the sink");
+        }
+        state.SetIterationTime(std::chrono::duration<double>(at - start).count());
+        ReleasePlaybin(playbin);
+    }
+}
+BENCHMARK(BM_FirstBuffer_PlaybinPrerolled)
+    ->UseManualTime()
+    ->Iterations(5)
+    ->Unit(benchmark::kMillisecond);
+
+// The counters init_ms and play_ms split the time at the return of
+// Initialize: the preroll, and the rest.
 void BM_FirstBuffer_Player(benchmark::State& state) {
     Players players(kSyncSink);
+    double prerolling = 0;
+    double total = 0;
     for (auto _ : state) {
         IPlayer* player = players.Make();
         g_probe.Arm();
         const auto start = Clock::now();
-        if (player->Initialize() != 0 || player->Start() != 0) {
+        if (player->Initialize() != 0) {
+            state.SkipWithError("the player did not initialize");
+            break;
+        }
+        const auto initialized = Clock::now();
+        if (player->Start() != 0) {
             state.SkipWithError("the player did not start");
             break;
         }
@@ -226,9 +258,15 @@ void BM_FirstBuffer_Player(benchmark::State& state) {
         if (!g_probe.Wait(at)) {
             state.SkipWithError("no buffer reached the sink");
         }
-        state.SetIterationTime(std::chrono::duration<double>(at - start).count());
+        const double seconds = std::chrono::duration<double>(at - start).count();
+        state.SetIterationTime(seconds);
+        prerolling += std::chrono::duration<double>(initialized - start).count();
+        total += seconds;
         player->Close();
     }
+    const auto n = static_cast<double>(state.iterations());
+    state.counters["init_ms"] = prerolling * 1000 / n;
+    state.counters["play_ms"] = (total - prerolling) * 1000 / n;
 }
 BENCHMARK(BM_FirstBuffer_Player)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
 
