@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <new>
 
 #include "media/MPlayerListenerDispatcher.h"
@@ -21,14 +22,58 @@ std::atomic_ref<MPlayerListenerDispatcher*> Dispatcher(MPlayerListenerDispatcher
 
 }  // namespace
 
+// Orders the ends of playback that engine threads report against the state
+// operations of the application's thread. An operation reads the state, runs
+// its primitive and stores the new state; an end that came in between would
+// be overwritten (a STARTED player whose engine already stopped) or doubled
+// (an end and then a stop by request). So an end that arrives during an
+// operation waits here and is applied once the operation is over. The lock
+// is only held for a few instructions, never across a primitive: an engine
+// thread that reports an end never waits for the application.
+class MPlayerBase::EndGate {
+public:
+    std::mutex mutex;
+    int operations = 0;
+    unsigned char pending = 0;  // the first end reported during them
+};
+
+// One state operation of the application's thread.
+class MPlayerBase::Operation {
+public:
+    explicit Operation(MPlayerBase& player) : m_player(player) {
+        std::lock_guard<std::mutex> lock(m_player.m_endGate->mutex);
+        ++m_player.m_endGate->operations;
+    }
+    ~Operation() {
+        EndGate& gate = *m_player.m_endGate;
+        std::lock_guard<std::mutex> lock(gate.mutex);
+        if (--gate.operations == 0 && gate.pending != 0) {
+            const unsigned char type = gate.pending;
+            gate.pending = 0;
+            // A Pause or Stop that ran meanwhile already ended the playback
+            // the end belonged to.
+            if (MPlayerState::Move(m_player, MPlayerState::Started(), MPlayerState::Ready())) {
+                m_player.FireEvent(type);
+            }
+        }
+    }
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+private:
+    MPlayerBase& m_player;
+};
+
 MPlayerBase::MPlayerBase()
     : m_option(0),
       m_state(MPlayerState::Uninitialized()),
       m_dataSource(nullptr),
-      m_dispatcher(nullptr) {}
+      m_dispatcher(nullptr),
+      m_endGate(new EndGate) {}
 
 MPlayerBase::~MPlayerBase() {
     ShutDownListeners();
+    delete m_endGate;
 }
 
 IControl* MPlayerBase::GetControl(std::string name) {
@@ -57,6 +102,8 @@ int MPlayerBase::GetMediaTime() {
 }
 
 unsigned int MPlayerBase::SetMediaTime(int time) {
+    // Not an operation that holds ends back: it changes no state, and an end
+    // that the engine reported before the seek is fired before it.
     return MPlayerState::Of(*this)->SetMediaTime(*this, time);
 }
 
@@ -65,22 +112,27 @@ int MPlayerBase::GetDuration() {
 }
 
 unsigned int MPlayerBase::Initialize() {
+    Operation operation(*this);
     return MPlayerState::Of(*this)->Initialize(*this);
 }
 
 unsigned int MPlayerBase::Deinitialize() {
+    Operation operation(*this);
     return MPlayerState::Of(*this)->Deinitialize(*this);
 }
 
 unsigned int MPlayerBase::Start() {
+    Operation operation(*this);
     return MPlayerState::Of(*this)->Start(*this);
 }
 
 unsigned int MPlayerBase::Pause() {
+    Operation operation(*this);
     return MPlayerState::Of(*this)->Pause(*this);
 }
 
 unsigned int MPlayerBase::Stop() {
+    Operation operation(*this);
     return MPlayerState::Of(*this)->Stop(*this);
 }
 
@@ -172,6 +224,13 @@ void MPlayerBase::FireEvent(unsigned char type) {
 }
 
 unsigned char MPlayerBase::EndPlayback(unsigned char type) {
+    std::lock_guard<std::mutex> lock(m_endGate->mutex);
+    if (m_endGate->operations > 0) {
+        if (m_endGate->pending == 0) {
+            m_endGate->pending = type;
+        }
+        return 1;
+    }
     if (!MPlayerState::Move(*this, MPlayerState::Started(), MPlayerState::Ready())) {
         return 0;
     }

@@ -35,8 +35,10 @@ public:
         STOP_TIME,      ///< playback reached the stop time; the engine is paused there
         ERROR,          ///< decoding or output failed; the engine is paused
     };
-    /// Called on the engine's own thread; must not call Close of the same
-    /// engine.
+    /// Called on the engine's own thread with the engine's lock held, so that
+    /// no Play or Pause slips between an end and its report: it must not
+    /// call the engine. An event is reported only for a playback that no
+    /// Pause or Stop ended first.
     using EventCallback = std::function<void(Event)>;
 
     /// The three picture levels of a video stream.

@@ -178,6 +178,43 @@ TEST_F(MDirectShowPlayerTest, Mp3PlaysToTheEndWithAudioControlsOnly) {
     player->RemovePlayerListener(&listener);
 }
 
+// Each generated format, through the whole life of a playback: its length
+// within one frame or packet, an accurate seek, a pause that holds the
+// position, and the end of the media.
+TEST_F(MDirectShowPlayerTest, EveryFormatSeeksPausesAndPlaysToTheEnd) {
+    for (MediaFormat format :
+         {MediaFormat::MP3, MediaFormat::WAV, MediaFormat::WMA, MediaFormat::AVI}) {
+        SCOPED_TRACE(test::MediaExtension(format));
+        const auto file = test::MakeTestMedia(format, 1500);
+        IPlayer* player = Player(file.path);
+        ASSERT_NE(player, nullptr);
+        RecordingListener listener;
+        player->AddPlayerListener(&listener);
+        ASSERT_EQ(player->Initialize(), 0u);
+        EXPECT_NEAR(player->GetDuration(), file.durationMs, file.toleranceMs);
+        const int from = file.durationMs - 500;
+        ASSERT_EQ(player->SetMediaTime(from), 0u);
+        EXPECT_NEAR(player->GetMediaTime(), from, file.toleranceMs);
+        ASSERT_EQ(player->Start(), 0u);
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        ASSERT_EQ(player->Pause(), 0u);
+        EXPECT_EQ(player->GetState(), IPlayer::READY);
+        const int paused = player->GetMediaTime();
+        EXPECT_GT(paused, from);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_EQ(player->GetMediaTime(), paused);
+        ASSERT_EQ(player->Start(), 0u);
+        ASSERT_TRUE(listener.WaitFor(MPlayerEvent::STOPPED_END_OF_MEDIA));
+        EXPECT_EQ(player->GetState(), IPlayer::READY);
+        EXPECT_EQ(
+            listener.Events(),
+            (std::deque<unsigned char>{MPlayerEvent::INITIALIZED, MPlayerEvent::MEDIA_TIME_SET,
+                                       MPlayerEvent::STARTED, MPlayerEvent::STOPPED_BY_REQUEST,
+                                       MPlayerEvent::STARTED, MPlayerEvent::STOPPED_END_OF_MEDIA}));
+        player->RemovePlayerListener(&listener);
+    }
+}
+
 TEST_F(MDirectShowPlayerTest, AviHasVideoControlsAndStopsAtTheStopTime) {
     const auto file = test::MakeTestMedia(MediaFormat::AVI, 1500);
     IPlayer* player = Player(file.path);
@@ -237,6 +274,31 @@ TEST_F(MDirectShowPlayerTest, MissingAndBrokenFilesFailWithAStatus) {
         EXPECT_EQ(broken->GetState(), IPlayer::READY);
     }
     broken->RemovePlayerListener(&listener);
+
+    // A file cut in the middle and one of noise under a known extension:
+    // the same, never a hang; noise is not taken for media.
+    const auto avi = test::MakeTestMedia(MediaFormat::AVI, 1500);
+    const std::string aviBytes = test::ReadFileBytes(avi.path);
+    ASSERT_TRUE(
+        test::WriteFileBytes(test::TempPath("cut.avi"), aviBytes.substr(0, aviBytes.size() / 2)));
+    std::string noise(20000, '\0');
+    for (std::size_t i = 0; i < noise.size(); ++i) {
+        noise[i] = static_cast<char>((i * 2654435761u) >> 13);
+    }
+    ASSERT_TRUE(test::WriteFileBytes(test::TempPath("noise.mp3"), noise));
+    IPlayer* cut = Player(test::TempPath("cut.avi"));
+    RecordingListener cutListener;
+    cut->AddPlayerListener(&cutListener);
+    if (cut->Initialize() == 0 && cut->Start() == 0) {
+        EXPECT_TRUE(cutListener.WaitFor(MPlayerEvent::STOPPED_END_OF_MEDIA,
+                                        MPlayerEvent::STOPPED_ERRORABORT));
+        EXPECT_EQ(cut->GetState(), IPlayer::READY);
+    }
+    cut->RemovePlayerListener(&cutListener);
+    IPlayer* garbage = Player(test::TempPath("noise.mp3"));
+    const unsigned int noiseStatus = garbage->Initialize();
+    EXPECT_EQ(noiseStatus & 0xFF000000u, 0x03000000u) << std::hex << noiseStatus;
+    EXPECT_EQ(garbage->GetState(), IPlayer::UNINITIALIZED);
 }
 
 TEST_F(MDirectShowPlayerTest, SwitchingSourcesKeepsTheOldOneOnFailure) {
@@ -257,6 +319,74 @@ TEST_F(MDirectShowPlayerTest, SwitchingSourcesKeepsTheOldOneOnFailure) {
     EXPECT_EQ(player->GetRate(), 2.0);
     EXPECT_NE(player->SetRate(0.0), 0u);
     EXPECT_EQ(player->GetRate(), 2.0);
+}
+
+// The engine's thread ends playback at the end of the media while the test's
+// thread starts and pauses around that moment. Whatever wins, the events
+// must follow the transition table (a stop only from STARTED, a start only
+// from READY), and a player left STARTED must still reach its end.
+TEST_F(MDirectShowPlayerTest, StartAndPauseRacingTheEndKeepStateAndEventsConsistent) {
+    const auto file = test::MakeTestMedia(MediaFormat::WAV, 1000);
+    IPlayer* player = Player(file.path);
+    RecordingListener listener;
+    player->AddPlayerListener(&listener);
+    ASSERT_EQ(player->Initialize(), 0u);
+    for (int round = 0; round < 64; ++round) {
+        ASSERT_EQ(player->SetMediaTime(file.durationMs - round % 8), 0u);
+        player->Start();
+        std::this_thread::sleep_for(std::chrono::microseconds(round / 8 % 5 * 1000));
+        player->Pause();
+        ASSERT_EQ(player->SetMediaTime(file.durationMs - round % 3), 0u);
+        player->Start();
+        bool ended = false;
+        for (int i = 0; i < 500 && !ended; ++i) {
+            ended = player->GetState() == IPlayer::READY;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        ASSERT_TRUE(ended) << "round " << round << ": STARTED at the end of the media";
+    }
+    // A seek back to the start just as the end arrives: an end read after
+    // the seek must not stop the new playback.
+    for (int round = 0; round < 32; ++round) {
+        ASSERT_EQ(player->SetMediaTime(file.durationMs - round % 8), 0u);
+        player->Start();
+        std::this_thread::sleep_for(std::chrono::microseconds(round / 8 * 1000));
+        ASSERT_EQ(player->SetMediaTime(0), 0u);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        player->Pause();
+    }
+    ASSERT_EQ(player->Deinitialize(), 0u);
+    ASSERT_TRUE(listener.WaitFor(MPlayerEvent::DEINITIALIZED));
+
+    signed char state = IPlayer::UNINITIALIZED;
+    bool seekWhilePlaying = false;
+    const auto events = listener.Events();
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        const unsigned char e = events[i];
+        signed char from = IPlayer::READY;
+        signed char to = IPlayer::READY;
+        if (e == MPlayerEvent::INITIALIZED) {
+            from = IPlayer::UNINITIALIZED;
+        } else if (e == MPlayerEvent::DEINITIALIZED) {
+            to = IPlayer::UNINITIALIZED;
+        } else if (e == MPlayerEvent::STARTED) {
+            to = IPlayer::STARTED;
+        } else if (e == MPlayerEvent::STOPPED_BY_REQUEST ||
+                   e == MPlayerEvent::STOPPED_END_OF_MEDIA) {
+            from = IPlayer::STARTED;
+        } else if (e == MPlayerEvent::MEDIA_TIME_SET && state != IPlayer::UNINITIALIZED) {
+            from = to = state;
+        } else {
+            FAIL() << "event " << int(e) << " at " << i;
+        }
+        ASSERT_EQ(state, from) << "event " << int(e) << " at " << i;
+        ASSERT_FALSE(e == MPlayerEvent::STOPPED_END_OF_MEDIA && seekWhilePlaying)
+            << "an end from before the seek at " << i - 1 << " stopped the new playback";
+        seekWhilePlaying = e == MPlayerEvent::MEDIA_TIME_SET && state == IPlayer::STARTED;
+        state = to;
+    }
+    EXPECT_EQ(state, IPlayer::UNINITIALIZED);
+    player->RemovePlayerListener(&listener);
 }
 
 TEST_F(MDirectShowPlayerTest, FiftyPlayersLeaveNoThreadDescriptorOrMemoryBehind) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "media/MDirectShowDataSource.h"
@@ -196,8 +197,27 @@ TEST(MPlayerBase, SetDataSourceOnAStartedPlayerStopsLoadsRestartsAndTellsInThatO
     EXPECT_EQ(listener.Settle(player), Types{});
 }
 
+// Reports the end of the media from another thread inside its Start and
+// Pause primitives, as an engine thread may.
+class EndingPlayer : public RecordingPlayer {
+public:
+    bool endDuringPrimitive = false;
+
+protected:
+    unsigned int DoStart() override { return EndMeanwhile(RecordingPlayer::DoStart()); }
+    unsigned int DoPause() override { return EndMeanwhile(RecordingPlayer::DoPause()); }
+
+private:
+    unsigned int EndMeanwhile(unsigned int status) {
+        if (endDuringPrimitive) {
+            std::thread([this] { EndPlayback(MPlayerEvent::STOPPED_END_OF_MEDIA); }).join();
+        }
+        return status;
+    }
+};
+
 TEST(MPlayerBase, EventsBeforeTheFirstListenerAreLostAndEndPlaybackOnlyEndsAStartedPlayer) {
-    RecordingPlayer player;
+    EndingPlayer player;
     player.Initialize();
     player.Start();
     RecordingListener listener;
@@ -210,6 +230,23 @@ TEST(MPlayerBase, EventsBeforeTheFirstListenerAreLostAndEndPlaybackOnlyEndsAStar
     EXPECT_EQ(player.EndPlayback(MPlayerEvent::STOPPED_ERRORABORT), 0);
     EXPECT_EQ(player.GetState(), IPlayer::READY);
     EXPECT_EQ(listener.Settle(player), Types{MPlayerEvent::STOPPED_END_OF_MEDIA});
+
+    // An engine thread that ends playback while Start or Pause is in its
+    // primitive: after Start the end still comes, after Pause it is the
+    // same stop and not a second one.
+    player.endDuringPrimitive = true;
+    player.Start();
+    EXPECT_EQ(player.GetState(), IPlayer::READY);
+    EXPECT_EQ(listener.Settle(player),
+              (Types{MPlayerEvent::STARTED, MPlayerEvent::STOPPED_END_OF_MEDIA}));
+    player.endDuringPrimitive = false;
+    player.Start();
+    player.endDuringPrimitive = true;
+    player.Pause();
+    EXPECT_EQ(player.GetState(), IPlayer::READY);
+    EXPECT_EQ(listener.Settle(player),
+              (Types{MPlayerEvent::STARTED, MPlayerEvent::STOPPED_BY_REQUEST}));
+    player.RemovePlayerListener(&listener);
 }
 
 TEST(MPlayerBase, GetControlFindsTheFirstControlOfExactlyThatName) {

@@ -87,7 +87,10 @@ protected:
     /// For the engine when playback ends by itself (end of media, an error,
     /// a stop time): a STARTED player goes to READY and fires `type`.
     /// Returns 1 if it did, 0 if the player was not STARTED. Safe from any
-    /// thread while the player lives.
+    /// thread while the player lives, and never waits for a primitive: while
+    /// a state operation runs on the application's thread, the end is kept
+    /// and applied when that operation is over, if the player is then
+    /// STARTED (1 is returned then).
     unsigned char EndPlayback(unsigned char type);
     /// Stops event delivery for good: waits for a listener call in progress
     /// (unless called from a listener) and drops the events still queued.
@@ -98,12 +101,15 @@ protected:
 
 private:
     friend class MPlayerState;
+    class EndGate;
+    class Operation;
 
     unsigned char m_option;
     const MPlayerState* m_state;
     IDataSource* m_dataSource;
     std::vector<IControl*> m_controls;
     MPlayerListenerDispatcher* m_dispatcher;
+    EndGate* m_endGate;
 };
 
 }  // namespace kiv::media

@@ -268,10 +268,11 @@ public:
             gst_object_unref(pipeline);
             return status;
         }
+        // A stream whose length the pipeline does not know yet is scanned
+        // when the length is first asked for, not here: the scan reads the
+        // whole file, and Start must not wait for it.
         gint64 known = 0;
-        const int scanned = gst_element_query_duration(pipeline, GST_FORMAT_TIME, &known)
-                                ? -1
-                                : ScanDurationMs(uri);
+        const bool scan = !gst_element_query_duration(pipeline, GST_FORMAT_TIME, &known);
         // Messages of the preroll (warnings, tags) are of no use later.
         gst_bus_set_flushing(bus, TRUE);
         gst_bus_set_flushing(bus, FALSE);
@@ -282,7 +283,10 @@ public:
         m_rate = 1.0;
         m_stopMs = -1;
         m_resumeMs = -1;
-        m_scannedMs = scanned;
+        m_playing = false;
+        m_segmentSeqnum = GST_SEQNUM_INVALID;
+        m_uri = uri;
+        m_scannedMs = scan ? kNotScanned : -1;
         m_busThread = std::thread([this] { WatchBus(); });
         return 0;
     }
@@ -306,6 +310,7 @@ public:
         gst_object_unref(m_pipeline);
         m_bus = nullptr;
         m_pipeline = nullptr;
+        m_playing = false;
     }
 
     bool IsOpen() const override {
@@ -330,6 +335,7 @@ public:
             return MediaStatus::ENGINE_FAILURE;
         }
         m_errorReported = false;
+        m_playing = true;
         return 0;
     }
 
@@ -642,7 +648,12 @@ private:
         if (m_pipeline == nullptr) {
             return MediaStatus::INVALID_ARGUMENT;
         }
-        return Settle(m_pipeline, gst_element_set_state(m_pipeline, GST_STATE_PAUSED));
+        const unsigned int status =
+            Settle(m_pipeline, gst_element_set_state(m_pipeline, GST_STATE_PAUSED));
+        if (status == 0) {
+            m_playing = false;
+        }
+        return status;
     }
 
     int PositionLocked() {
@@ -656,6 +667,9 @@ private:
     int DurationLocked() {
         if (m_pipeline == nullptr) {
             return -1;
+        }
+        if (m_scannedMs == kNotScanned) {
+            m_scannedMs = ScanDurationMs(m_uri);
         }
         if (m_scannedMs >= 0) {
             // Exact, where the pipeline's figure would be an estimate.
@@ -680,21 +694,23 @@ private:
         const bool stopSet = m_stopMs >= 0;
         const gint64 stop = stopSet ? static_cast<gint64>(m_stopMs) * GST_MSECOND : -1;
         const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
-        gboolean accepted = FALSE;
+        GstEvent* seek = nullptr;
         if (m_rate > 0) {
-            accepted =
-                gst_element_seek(m_pipeline, m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
-                                 target, stopSet ? GST_SEEK_TYPE_SET : GST_SEEK_TYPE_NONE, stop);
+            seek = gst_event_new_seek(m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET, target,
+                                      stopSet ? GST_SEEK_TYPE_SET : GST_SEEK_TYPE_NONE, stop);
         } else {
             // Backwards, the segment runs from the start (or the stop time)
             // to the position.
-            accepted =
-                gst_element_seek(m_pipeline, m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
-                                 stopSet ? stop : 0, GST_SEEK_TYPE_SET, target);
+            seek = gst_event_new_seek(m_rate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
+                                      stopSet ? stop : 0, GST_SEEK_TYPE_SET, target);
         }
-        if (!accepted) {
+        const guint32 seqnum = gst_event_get_seqnum(seek);
+        if (!gst_element_send_event(m_pipeline, seek)) {
             return MediaStatus::NOT_SUPPORTED;
         }
+        // The end of the new segment carries the seek's number; an end of
+        // stream still on the bus from before the seek does not.
+        m_segmentSeqnum = seqnum;
         m_resumeMs = -1;
         m_errorReported = false;
         unsigned int status =
@@ -774,6 +790,7 @@ private:
                 continue;
             }
             const GstMessageType type = GST_MESSAGE_TYPE(message);
+            const guint32 seqnum = gst_message_get_seqnum(message);
             const GstStructure* s = gst_message_get_structure(message);
             const bool quit = type == GST_MESSAGE_APPLICATION && s != nullptr &&
                               gst_structure_has_name(s, kQuitMessage);
@@ -781,19 +798,48 @@ private:
             if (quit) {
                 return;
             }
+            // The decision and the report are one step under the mutex: Play
+            // and Pause of the application's thread come before or after
+            // both, so an end is reported only for the playback it ended.
+            std::lock_guard<std::mutex> lock(m_mutex);
             if (type == GST_MESSAGE_EOS) {
-                Report(OnEndOfSegment());
+                // An element that does not pass the number on would leave
+                // the player playing for ever at the end: an end found where
+                // the segment ends is taken whatever its number.
+                const bool stale = m_segmentSeqnum != GST_SEQNUM_INVALID &&
+                                   seqnum != m_segmentSeqnum && !AtSegmentEndLocked();
+                if (m_playing && !stale) {
+                    Report(OnEndOfSegmentLocked());
+                }
             } else if (type == GST_MESSAGE_ERROR) {
-                if (OnError()) {
+                if (OnErrorLocked() && m_playing) {
+                    m_playing = false;
                     Report(Event::ERROR);
                 }
             }
         }
     }
 
-    Event OnEndOfSegment() {
-        std::lock_guard<std::mutex> lock(m_mutex);
+    // True when the position is within a moment of where the segment ends.
+    bool AtSegmentEndLocked() {
+        constexpr int kSlackMs = 250;
+        const int position = PositionLocked();
+        if (position < 0) {
+            return true;
+        }
+        if (m_rate < 0) {
+            return position <= (m_stopMs >= 0 ? m_stopMs : 0) + kSlackMs;
+        }
+        const int end = m_stopMs >= 0 ? m_stopMs : DurationLocked();
+        return end < 0 || position + kSlackMs >= end;
+    }
+
+    // The end of a playback that nobody paused first. An end that arrives
+    // after a Pause is left alone: the sinks report it again when playback
+    // resumes there.
+    Event OnEndOfSegmentLocked() {
         gst_element_set_state(m_pipeline, GST_STATE_PAUSED);
+        m_playing = false;
         if (m_stopMs >= 0) {
             // A stop time is used once.
             m_resumeMs = m_stopMs;
@@ -806,9 +852,9 @@ private:
     }
 
     // True for the first error after a Play or a seek; the elements of one
-    // breakdown often report it several times.
-    bool OnError() {
-        std::lock_guard<std::mutex> lock(m_mutex);
+    // breakdown often report it several times. Only an error during playback
+    // is reported: a paused player has no playback to end.
+    bool OnErrorLocked() {
         gst_element_set_state(m_pipeline, GST_STATE_PAUSED);
         const bool first = !m_errorReported;
         m_errorReported = true;
@@ -827,10 +873,17 @@ private:
     GstBus* m_bus = nullptr;
     std::thread m_busThread;
     bool m_errorReported = false;
+    // Between a Play and the Pause, Stop, end or error that ends it.
+    bool m_playing = false;
+    // The number of the last seek; invalid before the first.
+    guint32 m_segmentSeqnum = GST_SEQNUM_INVALID;
     double m_rate = 1.0;
     int m_stopMs = -1;
     int m_resumeMs = -1;
+    // The scanned length; -1 when the pipeline's own figure is used.
+    static constexpr int kNotScanned = -2;
     int m_scannedMs = -1;
+    std::string m_uri;
     int m_volume = 100;
     bool m_mute = false;
     std::uintptr_t m_window = 0;
