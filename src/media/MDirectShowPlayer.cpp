@@ -384,8 +384,6 @@ void MDirectShowPlayer::ListSourceControls() {
     const std::wstring locator = source != nullptr ? source->GetLocator() : std::wstring();
     m_metaData->SetLocator(locator);
     m_lyrics->SetMedia(locator);
-    // A new pipeline (in READY) starts at 0.
-    m_lyrics->ClockMoved();
     if (source != nullptr) {
         AddControl(m_metaData.get());
         AddControl(m_lyrics.get());

@@ -37,19 +37,30 @@ std::wstring MLrcControlImpl::DefaultPath(const std::wstring& locator) {
 }
 
 void MLrcControlImpl::SetMedia(const std::wstring& locator) {
-    {
-        // The same media again keeps the lyrics the application chose.
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (locator == m_locator) {
-            return;
-        }
-    }
-    LrcLyrics lyrics;
-    if (!locator.empty()) {
-        LrcParser::ParseFile(DefaultPath(locator), lyrics);
-    }
     std::lock_guard<std::mutex> lock(m_mutex);
+    if (locator == m_locator) {
+        // The same media again keeps the lyrics the application chose; a
+        // new pipeline starts at 0.
+        m_jumped = true;
+        ++m_generation;
+        WakeLocked();
+        return;
+    }
     m_locator = locator;
+    m_defaultPending = false;
+    InstallLocked(LrcLyrics{});
+    // Read when first needed: a player whose sources change often (a
+    // playlist's tags being read) does not look for lyrics each time.
+    m_defaultPending = !locator.empty();
+}
+
+void MLrcControlImpl::LoadPendingLocked() {
+    if (!m_defaultPending) {
+        return;
+    }
+    m_defaultPending = false;
+    LrcLyrics lyrics;
+    LrcParser::ParseFile(DefaultPath(m_locator), lyrics);
     InstallLocked(std::move(lyrics));
 }
 
@@ -68,6 +79,7 @@ unsigned int MLrcControlImpl::LoadLyrics(std::wstring path) {
                                 : lyrics.lines.empty() ? MediaStatus::UNKNOWN_FORMAT
                                                        : 0;
     std::lock_guard<std::mutex> lock(m_mutex);
+    m_defaultPending = false;
     InstallLocked(status == 0 ? std::move(lyrics) : LrcLyrics{});
     return status;
 }
@@ -124,6 +136,7 @@ void MLrcControlImpl::SetRate(double rate) {
 }
 
 void MLrcControlImpl::WakeLocked() {
+    LoadPendingLocked();
     if (m_quit || m_cues.empty()) {
         return;
     }
@@ -243,11 +256,13 @@ int MLrcControlImpl::SleepMsLocked(int now) const {
 
 int MLrcControlImpl::GetLineCount() {
     std::lock_guard<std::mutex> lock(m_mutex);
+    LoadPendingLocked();
     return static_cast<int>(m_lyrics.lines.size());
 }
 
 std::wstring MLrcControlImpl::GetLineText(int index) {
     std::lock_guard<std::mutex> lock(m_mutex);
+    LoadPendingLocked();
     if (index < 0 || index >= static_cast<int>(m_lyrics.lines.size())) {
         return {};
     }
@@ -256,6 +271,7 @@ std::wstring MLrcControlImpl::GetLineText(int index) {
 
 int MLrcControlImpl::GetLineTime(int index) {
     std::lock_guard<std::mutex> lock(m_mutex);
+    LoadPendingLocked();
     if (index < 0 || index >= static_cast<int>(m_lyrics.lines.size())) {
         return -1;
     }
@@ -265,12 +281,14 @@ int MLrcControlImpl::GetLineTime(int index) {
 int MLrcControlImpl::GetCurrentLine() {
     const int now = m_clock();
     std::lock_guard<std::mutex> lock(m_mutex);
+    LoadPendingLocked();
     return now < 0 ? -1 : LrcParser::LineAt(m_lyrics, now);
 }
 
 int MLrcControlImpl::GetCurrentWord() {
     const int now = m_clock();
     std::lock_guard<std::mutex> lock(m_mutex);
+    LoadPendingLocked();
     const int line = now < 0 ? -1 : LrcParser::LineAt(m_lyrics, now);
     return line < 0 ? -1 : LrcParser::WordAt(m_lyrics.lines[static_cast<std::size_t>(line)], now);
 }

@@ -41,9 +41,10 @@ public:
     MLrcControlImpl(const MLrcControlImpl&) = delete;
     MLrcControlImpl& operator=(const MLrcControlImpl&) = delete;
 
-    /// The player's source is now `locator`: its default lyrics replace the
-    /// others (none if there is no such file); the same locator again keeps
-    /// them. An empty locator forgets them.
+    /// The player's source is now `locator`: its default lyrics (none if
+    /// there is no such file) replace the others, read when first needed;
+    /// the same locator again keeps them and is taken as a jump of the
+    /// clock. An empty locator forgets them.
     void SetMedia(const std::wstring& locator);
     /// Playback started or stopped.
     void SetPlaying(bool playing);
@@ -76,6 +77,8 @@ private:
         int word;
     };
 
+    // Reads the default lyrics if SetMedia left them to be read.
+    void LoadPendingLocked();
     // Installs `lyrics` and starts over before the first cue; m_mutex held.
     void InstallLocked(LrcLyrics lyrics);
     // Asks the thread to read the clock now, making it if needed.
@@ -93,6 +96,7 @@ private:
     std::condition_variable m_wake;
     std::thread m_thread;
     std::wstring m_locator;
+    bool m_defaultPending = false;
     LrcLyrics m_lyrics;
     std::vector<Cue> m_cues;
     int m_cue = -1;  // the last cue passed; -1 before the first
