@@ -3,20 +3,15 @@
 // the player is initialized.
 #include "media/MMetaDataControlImpl.h"
 
-#include <gtest/gtest.h>
-#include <kiv/media/IDataSource.h>
-#include <kiv/media/IDriver.h>
 #include <kiv/media/IMetaDataControl.h>
-#include <kiv/media/IPlayer.h>
-#include <kiv/media/MPlayerManager.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/mpegfile.h>
 
 #include <map>
 
+#include "BuiltInPlayerFixture.h"
 #include "MediaTestFiles.h"
-#include "foundation/Text.h"
 #include "support/KivTestEnvironment.h"
 
 namespace kiv::media {
@@ -24,52 +19,23 @@ namespace {
 
 using Values = std::map<std::string, std::wstring>;
 
-class MMetaDataControlTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        setenv("KIV_AUDIO_SINK", "discard", 1);
-        setenv("KIV_VIDEO_SINK", "discard", 1);
-        for (const char* extension : {"mp3", "wav", "avi"}) {
-            m_manager.RegisterMediaType(extension, "ms.directshow");
-        }
-        m_driver = MPlayerManager::GetDriver("ms.directshow");
-    }
-    void TearDown() override {
-        for (IPlayer* player : m_players) {
-            m_driver->ReleasePlayer(player);
-        }
-        for (IDataSource* source : m_sources) {
-            m_driver->ReleaseDataSource(source);
-        }
-    }
-    IDataSource* Source(const std::string& path) {
-        m_sources.push_back(m_manager.CreateDataSource(text::FromUtf8(path)));
-        return m_sources.back();
-    }
-    IPlayer* Player(const std::string& path) {
-        m_players.push_back(m_manager.CreatePlayer(Source(path)));
-        return m_players.back();
-    }
-    static IMetaDataControl* Control(IPlayer* player) {
-        return static_cast<IMetaDataControl*>(player->GetControl(IMetaDataControl::DEFAULT_NAME()));
-    }
-    // Every key the control lists, with its value.
-    static Values All(IMetaDataControl& control) {
-        std::vector<std::string> keys{"already there"};
-        control.GetKeys(keys);
-        EXPECT_EQ(keys.front(), "already there");  // appended, not replaced
-        Values values;
-        for (std::size_t i = 1; i < keys.size(); ++i) {
-            values[keys[i]] = control.GetKeyValue(keys[i]);
-        }
-        return values;
-    }
+IMetaDataControl* Control(IPlayer* player) {
+    return static_cast<IMetaDataControl*>(player->GetControl(IMetaDataControl::DEFAULT_NAME()));
+}
 
-    MPlayerManager m_manager;
-    IDriver* m_driver = nullptr;
-    std::vector<IPlayer*> m_players;
-    std::vector<IDataSource*> m_sources;
-};
+// Every key the control lists, with its value.
+Values All(IMetaDataControl& control) {
+    std::vector<std::string> keys{"already there"};
+    control.GetKeys(keys);
+    EXPECT_EQ(keys.front(), "already there");  // appended, not replaced
+    Values values;
+    for (std::size_t i = 1; i < keys.size(); ++i) {
+        values[keys[i]] = control.GetKeyValue(keys[i]);
+    }
+    return values;
+}
+
+class MMetaDataControlTest : public BuiltInPlayerFixture {};
 
 TEST_F(MMetaDataControlTest, ValuesOfTheSourceWithoutInitializingAndAfterASwitch) {
     // 190 frames, joint stereo, an ID3v2.4 tag with a UTF-8 title, a
@@ -128,10 +94,7 @@ TEST_F(MMetaDataControlTest, ValuesOfTheSourceWithoutInitializingAndAfterASwitch
     // Without a source, or before one, there is no control.
     EXPECT_EQ(player->SetDataSource(nullptr), 0u);
     EXPECT_EQ(Control(player), nullptr);
-    IPlayer* bare = m_driver->CreatePlayer(nullptr);
-    ASSERT_NE(bare, nullptr);
-    m_players.push_back(bare);
-    EXPECT_EQ(Control(bare), nullptr);
+    EXPECT_EQ(Control(Player("")), nullptr);
 
     // A source that cannot be read has the control, without keys.
     ASSERT_EQ(player->SetDataSource(Source(test::TempPath("absent.mp3"))), 0u);
