@@ -50,8 +50,12 @@ void MLrcControlImpl::SetMedia(const std::wstring& locator) {
     m_defaultPending = false;
     InstallLocked(LrcLyrics{});
     // Read when first needed: a player whose sources change often (a
-    // playlist's tags being read) does not look for lyrics each time.
+    // playlist's tags being read) does not look for lyrics each time. A
+    // playing one (a source switched while started) needs them now.
     m_defaultPending = !locator.empty();
+    if (m_playing) {
+        WakeLocked();
+    }
 }
 
 void MLrcControlImpl::LoadPendingLocked() {

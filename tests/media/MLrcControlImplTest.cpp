@@ -121,6 +121,22 @@ TEST_F(MLrcControlTest, LyricsBesideTheMediaOrNamedAreLoadedAndFailuresEmptyThem
     EXPECT_EQ(player->GetControl(ILrcControl::DEFAULT_NAME()), nullptr);
 }
 
+TEST_F(MLrcControlTest, ASourceSwitchedWhilePlayingBringsItsOwnLyrics) {
+    const std::string silent = test::TempPath("silent.wav");
+    ASSERT_TRUE(test::WriteFileBytes(silent, test::WavFile(8000, 1, 3000)));
+    const auto tone = test::MakeTestMedia(test::MediaFormat::WAV, 1000);
+    ASSERT_TRUE(test::WriteFileBytes(test::TempPath("tone1000.lrc"), "[00:00.30]switched\n"));
+    IPlayer* player = Player(silent);
+    LyricsListener listener(*player);
+    player->AddPlayerListener(&listener);
+    ASSERT_EQ(player->Initialize(), 0u);
+    ASSERT_EQ(player->Start(), 0u);
+    ASSERT_EQ(player->SetDataSource(Source(tone.path)), 0u);
+    ASSERT_EQ(player->GetState(), IPlayer::STARTED);
+    ExpectEvents(listener.WaitFor(1), 0, {{LINE, 300, 0, -1}});
+    player->RemovePlayerListener(&listener);
+}
+
 TEST_F(MLrcControlTest, EventsFollowTheMediaClockThroughPauseSeeksAndARateChange) {
     const auto tone = test::MakeTestMedia(test::MediaFormat::WAV, 3000);
     ASSERT_FALSE(tone.path.empty());
