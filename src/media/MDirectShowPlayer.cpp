@@ -15,7 +15,10 @@
 
 #include "foundation/Text.h"
 #include "media/BuiltInPlayer.h"
+#include "media/MLrcControlImpl.h"
+#include "media/MMetaDataControlImpl.h"
 #include "platform/MediaEngine.h"
+#include "platform/TagReader.h"
 
 namespace kiv::media {
 
@@ -168,8 +171,13 @@ public:
 };
 
 MDirectShowPlayer::MDirectShowPlayer()
-    : m_engine(MediaEngine::Create()), m_controls(std::make_unique<Controls>(*m_engine, *this)) {
+    : m_engine(MediaEngine::Create()),
+      m_controls(std::make_unique<Controls>(*m_engine, *this)),
+      m_metaData(std::make_unique<MMetaDataControlImpl>()),
+      m_lyrics(std::make_unique<MLrcControlImpl>([this] { return m_engine->Position(); },
+                                                 [this](unsigned char type) { FireEvent(type); })) {
     m_engine->SetEventCallback([this](MediaEngine::Event event) {
+        m_lyrics->SetPlaying(false);
         switch (event) {
             case MediaEngine::Event::END_OF_STREAM:
                 EndPlayback(MPlayerEvent::STOPPED_END_OF_MEDIA);
@@ -187,7 +195,8 @@ MDirectShowPlayer::MDirectShowPlayer()
 
 MDirectShowPlayer::~MDirectShowPlayer() {
     // The engine thread fires events through the base: silence it before
-    // the listeners go.
+    // the listeners go; so does the lyrics thread.
+    m_lyrics->Shutdown();
     m_engine->SetEventCallback(nullptr);
     ShutDownListeners();
     m_engine->Close();
@@ -209,11 +218,22 @@ int MDirectShowPlayer::GetDuration(const wchar_t* path) {
     if (path == nullptr) {
         return UNKNOWN_TIME;
     }
+    const std::string file = text::ToUtf8(path);
+    const int ms = platform::ReadDurationMs(file);
+    if (ms >= 0) {
+        return ms;
+    }
     auto engine = MediaEngine::Create();
-    if (engine->Open(text::ToUtf8(path)) != 0) {
+    if (engine->Open(file) != 0) {
         return UNKNOWN_TIME;
     }
     return engine->Duration();
+}
+
+unsigned int MDirectShowPlayer::SetDataSource(IDataSource* source) {
+    const unsigned int status = MPlayerBase::SetDataSource(source);
+    ListSourceControls();
+    return status;
 }
 
 bool MDirectShowPlayer::SetAudioVolume(int volume) {
@@ -262,7 +282,11 @@ double MDirectShowPlayer::DoGetRate() {
 }
 
 unsigned int MDirectShowPlayer::DoSetRate(double rate) {
-    return m_engine->SetRate(rate);
+    const unsigned int status = m_engine->SetRate(rate);
+    if (status == 0) {
+        m_lyrics->SetRate(rate);
+    }
+    return status;
 }
 
 int MDirectShowPlayer::DoGetMediaTime() {
@@ -270,7 +294,9 @@ int MDirectShowPlayer::DoGetMediaTime() {
 }
 
 unsigned int MDirectShowPlayer::DoSetMediaTime(int time) {
-    return m_engine->Seek(time);
+    const unsigned int status = m_engine->Seek(time);
+    m_lyrics->ClockMoved();
+    return status;
 }
 
 int MDirectShowPlayer::DoGetDuration() {
@@ -281,26 +307,34 @@ unsigned int MDirectShowPlayer::DoInitialize() {
     const unsigned int status = OpenSource(GetDataSource());
     if (status == 0) {
         ListControls();
+        m_lyrics->ClockMoved();
     }
     return status;
 }
 
 unsigned int MDirectShowPlayer::DoDeinitialize() {
+    m_lyrics->SetPlaying(false);
     m_engine->Close();
     ListControls();
     return 0;
 }
 
 unsigned int MDirectShowPlayer::DoStart() {
-    return m_engine->Play();
+    const unsigned int status = m_engine->Play();
+    m_lyrics->SetPlaying(status == 0);
+    return status;
 }
 
 unsigned int MDirectShowPlayer::DoPause() {
+    m_lyrics->SetPlaying(false);
     return m_engine->Pause();
 }
 
 unsigned int MDirectShowPlayer::DoStop() {
-    return m_engine->Stop();
+    m_lyrics->SetPlaying(false);
+    const unsigned int status = m_engine->Stop();
+    m_lyrics->ClockMoved();
+    return status;
 }
 
 unsigned int MDirectShowPlayer::DoSetDataSource(IDataSource* source) {
@@ -340,6 +374,19 @@ void MDirectShowPlayer::ListControls() {
         AddControl(&m_controls->brightness);
         AddControl(&m_controls->contrast);
         AddControl(&m_controls->saturation);
+    }
+}
+
+void MDirectShowPlayer::ListSourceControls() {
+    RemoveControl(m_metaData.get());
+    RemoveControl(m_lyrics.get());
+    IDataSource* source = GetDataSource();
+    const std::wstring locator = source != nullptr ? source->GetLocator() : std::wstring();
+    m_metaData->SetLocator(locator);
+    m_lyrics->SetMedia(locator);
+    if (source != nullptr) {
+        AddControl(m_metaData.get());
+        AddControl(m_lyrics.get());
     }
 }
 

@@ -5,7 +5,8 @@
 //
 // Controls exist once the player is initialized and only where they apply:
 // volume with sound; video, brightness, contrast and saturation with a
-// picture; the stop time always.
+// picture; the stop time always. The metadata and lyrics controls come with
+// the data source, before the player is initialized.
 #pragma once
 
 #include <kiv/media/MPlayerBase.h>
@@ -19,6 +20,9 @@ class MediaEngine;
 
 namespace kiv::media {
 
+class MLrcControlImpl;
+class MMetaDataControlImpl;
+
 class MDirectShowPlayer : public MPlayerBase {
 public:
     MDirectShowPlayer();
@@ -27,9 +31,12 @@ public:
     /// Stops playback and releases the engine: a STARTED player is stopped,
     /// a READY one deinitialized (with their events).
     unsigned int Close() override;
-    /// The duration of another file, opened for the question; -1 if it
-    /// cannot be played.
+    /// The duration of another file, from its headers (an engine opens
+    /// the formats the tag reader does not know); -1 if it has none.
     int GetDuration(const wchar_t* path) override;
+    /// As MPlayerBase, then lists the metadata and lyrics controls of the
+    /// source now set.
+    unsigned int SetDataSource(IDataSource* source) override;
     using MPlayerBase::GetDuration;
 
     bool SetAudioVolume(int volume) override;
@@ -59,9 +66,12 @@ protected:
 private:
     unsigned int OpenSource(IDataSource* source);
     void ListControls();
+    void ListSourceControls();
 
     std::unique_ptr<platform::MediaEngine> m_engine;
     std::unique_ptr<Controls> m_controls;
+    std::unique_ptr<MMetaDataControlImpl> m_metaData;
+    std::unique_ptr<MLrcControlImpl> m_lyrics;
 };
 
 }  // namespace kiv::media

@@ -14,6 +14,8 @@
 
 namespace kiv::platform {
 
+struct TagFields;
+
 /// Status words of the engine, media module.
 struct MediaStatus {
     static constexpr unsigned int INVALID_ARGUMENT = 0x03000001;  ///< a bad value or no file open
@@ -105,6 +107,11 @@ public:
     virtual unsigned int SetPictureLevel(Picture which, int level) = 0;
     /// -1 when the stream has no such level.
     virtual int PictureLevel(Picture which) = 0;
+
+    /// The tags the demuxer found in the open file (for containers the tag
+    /// reader does not know, such as AVI), with the duration and the bit
+    /// rate and format of the sound. False when nothing is open.
+    virtual bool ReadTags(TagFields& fields) = 0;
 
     /// Replaces the callback; returns after any running call of the old one.
     virtual void SetEventCallback(EventCallback callback) = 0;

@@ -1,8 +1,10 @@
 // kivplay: plays media files through the player manager, as an application
 // of the device does: it registers its media types with the built-in driver,
 // makes a data source and a player per file and follows the player's events.
-// On a terminal it shows the file, the state, a progress bar and the volume,
-// and takes keys; otherwise it prints one line per event.
+// On a terminal it shows the file, its tags, the state, a progress bar, the
+// volume and the lyrics when a ".lrc" file lies beside the media, and takes
+// keys; otherwise it prints the tags and then one line per event. With
+// --info it prints every tag of each file and exits.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -17,9 +19,11 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -33,6 +37,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using kiv::media::IDataSource;
 using kiv::media::IDriver;
+using kiv::media::ILrcControl;
+using kiv::media::IMetaDataControl;
 using kiv::media::IPlayer;
 using kiv::media::MPlayerEvent;
 using kiv::media::MPlayerManager;
@@ -93,6 +99,17 @@ private:
     std::deque<unsigned char> m_events;
 };
 
+// Control characters of a tag or lyric would move the cursor or end the line.
+std::string Printable(const std::wstring& s) {
+    std::wstring clean = s;
+    for (wchar_t& c : clean) {
+        if (c < 0x20 || c == 0x7F) {
+            c = L' ';
+        }
+    }
+    return kiv::text::ToUtf8(clean);
+}
+
 std::string BaseName(const std::string& path) {
     const auto slash = path.find_last_of('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);
@@ -108,21 +125,60 @@ std::string FormatTime(int ms) {
     return text;
 }
 
+// The tags shown while a file plays, read before it is initialized.
+struct Tags {
+    std::string title;
+    std::string author;
+    std::string album;
+    std::string year;
+    std::string genre;
+    int durationMs = -1;
+};
+
+Tags ReadTags(IPlayer& player) {
+    Tags tags;
+    auto* meta =
+        static_cast<IMetaDataControl*>(player.GetControl(IMetaDataControl::DEFAULT_NAME()));
+    if (meta == nullptr) {
+        return tags;
+    }
+    tags.title = Printable(meta->GetKeyValue(IMetaDataControl::TITLE_KEY()));
+    tags.author = Printable(meta->GetKeyValue(IMetaDataControl::AUTHOR_KEY()));
+    tags.album = Printable(meta->GetKeyValue(IMetaDataControl::ALBUM_KEY()));
+    tags.year = Printable(meta->GetKeyValue(IMetaDataControl::YEAR_KEY()));
+    tags.genre = Printable(meta->GetKeyValue(IMetaDataControl::GENRE_KEY()));
+    const std::wstring duration = meta->GetKeyValue(IMetaDataControl::DURATION_KEY());
+    if (!duration.empty()) {
+        tags.durationMs = static_cast<int>(std::wcstol(duration.c_str(), nullptr, 10));
+    }
+    return tags;
+}
+
+ILrcControl* Lyrics(IPlayer& player) {
+    auto* lyrics = static_cast<ILrcControl*>(player.GetControl(ILrcControl::DEFAULT_NAME()));
+    return lyrics != nullptr && lyrics->GetLineCount() > 0 ? lyrics : nullptr;
+}
+
 struct Options {
     std::vector<std::string> files;
     double duration = -1;
+    bool info = false;
 };
 
 void Usage(std::FILE* out) {
     std::fputs(
         "usage: kivplay [--duration SECONDS] FILE...\n"
-        "Plays the files one after the other through the library's player manager.\n"
+        "       kivplay --info FILE...\n"
+        "Plays the files one after the other through the library's player manager,\n"
+        "with their tags and, when FILE.lrc lies beside a file, its lyrics.\n"
         "\n"
         "  --duration SECONDS  end after SECONDS (default: after the last file)\n"
+        "  --info              print every tag of each file and exit\n"
         "  --help              this text\n"
         "\n"
         "Keys on a terminal: space pause/resume, left/right seek 5 s, up/down volume,\n"
-        "n next file, q quit. Without a terminal one line is printed per player event.\n"
+        "n next file, q quit. Without a terminal the tags are printed, then one line per\n"
+        "player event (a lyrics line with its text; word events are not printed).\n"
         "KIV_AUDIO_SINK and KIV_VIDEO_SINK pick the outputs (\"discard\" drops them in\n"
         "real time); video opens a window of its own when a display is present.\n",
         out);
@@ -140,6 +196,8 @@ Options ParseOptions(int argc, char** argv) {
         if (arg == "--help" || arg == "-h") {
             Usage(stdout);
             std::exit(0);
+        } else if (arg == "--info") {
+            o.info = true;
         } else if (arg == "--duration") {
             if (i + 1 >= argc) {
                 BadUsage("--duration needs a value");
@@ -259,6 +317,10 @@ private:
                 m_driver.ReleaseDataSource(source);
             }
             return Outcome::FAILED;
+        }
+        m_tags = ReadTags(*player);
+        if (!m_terminal) {
+            PrintTags();
         }
         EventQueue events;
         player->AddPlayerListener(&events);
@@ -396,6 +458,21 @@ private:
     }
 
     void Report(IPlayer& player, unsigned char type) {
+        if (type == MPlayerEvent::LRC_LINE_CHANGE || type == MPlayerEvent::LRC_WORD_CHANGE) {
+            // The lyrics are drawn from the control; a line printed per word
+            // would bury the others.
+            if (!m_terminal && type == MPlayerEvent::LRC_LINE_CHANGE) {
+                ILrcControl* lyrics = Lyrics(player);
+                const int index = lyrics != nullptr ? lyrics->GetCurrentLine() : -1;
+                char line[256];
+                std::snprintf(line, sizeof line, "%s: %s at %s, line %d", m_name.c_str(),
+                              EventName(type), FormatTime(player.GetMediaTime()).c_str(), index);
+                WriteOut(std::string(line) +
+                         (index >= 0 ? " \"" + Printable(lyrics->GetLineText(index)) + "\"" : "") +
+                         "\n");
+            }
+            return;
+        }
         if (m_terminal) {
             m_lastEvent = EventName(type);
             return;
@@ -405,6 +482,28 @@ private:
                       EventName(type), FormatTime(player.GetMediaTime()).c_str(),
                       FormatTime(player.GetDuration()).c_str(), m_volume);
         WriteOut(line);
+    }
+
+    // One line with the tags there are: title "...", author "...", ...
+    void PrintTags() {
+        std::string line;
+        const auto add = [&line](const char* name, const std::string& value) {
+            if (!value.empty()) {
+                line += (line.empty() ? "" : ", ") + std::string(name) + " \"" + value + "\"";
+            }
+        };
+        add("title", m_tags.title);
+        add("author", m_tags.author);
+        add("album", m_tags.album);
+        add("year", m_tags.year);
+        add("genre", m_tags.genre);
+        if (m_tags.durationMs >= 0) {
+            line += (line.empty() ? "" : ", ") + std::string("duration ") +
+                    FormatTime(m_tags.durationMs);
+        }
+        if (!line.empty()) {
+            WriteOut(m_name + ": " + line + "\n");
+        }
     }
 
     void Note(const std::string& text) {
@@ -445,13 +544,50 @@ private:
                       m_volume, player != nullptr && player->HasVideo() ? "video   " : "",
                       m_lastEvent.c_str());
         screen += status;
+        screen += TagLines();
         screen += " [\x1b[36m" + std::string(static_cast<std::size_t>(filled), '#') + "\x1b[0m" +
                   std::string(static_cast<std::size_t>(barWidth - filled), '-') + "]" + times +
                   "\x1b[K\n\n";
         screen +=
             "\x1b[2mspace pause/resume   \xe2\x86\x90/\xe2\x86\x92 seek 5 s   "
             "\xe2\x86\x91/\xe2\x86\x93 volume   n next   q quit\x1b[0m\x1b[K\n";
+        if (player != nullptr) {
+            screen += LyricLines(*player);
+        }
+        screen += "\x1b[J";
         WriteOut(screen);
+    }
+
+    // Title, then "author - album (year)  genre", then a blank line.
+    std::string TagLines() const {
+        const Tags& t = m_tags;
+        std::string second = t.author;
+        if (!t.album.empty()) {
+            second += (second.empty() ? "" : " \xe2\x80\x94 ") + t.album;
+        }
+        if (!t.year.empty()) {
+            second += (second.empty() ? "" : " ") + ("(" + t.year + ")");
+        }
+        if (!t.genre.empty()) {
+            second += (second.empty() ? "" : "   ") + ("\x1b[2m" + t.genre + "\x1b[0m");
+        }
+        if (t.title.empty() && second.empty()) {
+            return {};
+        }
+        return " \x1b[1;35m" + (t.title.empty() ? std::string("(untitled)") : t.title) +
+               "\x1b[0m\x1b[K\n " + second + "\x1b[K\n\n";
+    }
+
+    // The current lyrics line and, dimmed, the next one.
+    static std::string LyricLines(IPlayer& player) {
+        ILrcControl* lyrics = Lyrics(player);
+        if (lyrics == nullptr) {
+            return {};
+        }
+        const int current = lyrics->GetCurrentLine();
+        const std::string now = current >= 0 ? Printable(lyrics->GetLineText(current)) : "";
+        const std::string next = Printable(lyrics->GetLineText(current + 1));
+        return "\n   \x1b[1;33m" + now + "\x1b[0m\x1b[K\n   \x1b[2m" + next + "\x1b[0m\x1b[K\n";
     }
 
     const Options& m_options;
@@ -463,8 +599,53 @@ private:
     std::size_t m_index = 0;
     std::string m_name;
     std::string m_lastEvent;
+    Tags m_tags;
     int m_volume = 100;
 };
+
+// --info: every key and value of each file, and its lyrics file if any.
+int PrintInfo(const Options& options, MPlayerManager& manager, IDriver& driver) {
+    int read = 0;
+    for (const std::string& path : options.files) {
+        IDataSource* source = manager.CreateDataSource(kiv::text::FromUtf8(path));
+        IPlayer* player = source != nullptr ? manager.CreatePlayer(source) : nullptr;
+        auto* meta = player != nullptr ? static_cast<IMetaDataControl*>(
+                                             player->GetControl(IMetaDataControl::DEFAULT_NAME()))
+                                       : nullptr;
+        std::vector<std::string> keys;
+        if (meta != nullptr) {
+            meta->GetKeys(keys);
+        }
+        std::string text = path + ":\n";
+        if (meta == nullptr) {
+            text += "  (unknown file type)\n";
+        } else if (keys.empty()) {
+            text += "  (no tags or properties can be read)\n";
+        } else {
+            ++read;
+        }
+        for (const std::string& key : keys) {
+            text += "  " + key + ": " + Printable(meta->GetKeyValue(key));
+            std::vector<unsigned char> bytes;
+            std::string mime;
+            if (key == IMetaDataControl::PICTURE_KEY() && meta->GetPicture(bytes, mime) == 0) {
+                text += " (" + std::to_string(bytes.size()) + " bytes)";
+            }
+            text += "\n";
+        }
+        if (player != nullptr) {
+            if (ILrcControl* lyrics = Lyrics(*player)) {
+                text += "  lyrics: " + std::to_string(lyrics->GetLineCount()) + " lines\n";
+            }
+            driver.ReleasePlayer(player);
+        }
+        if (source != nullptr) {
+            driver.ReleaseDataSource(source);
+        }
+        WriteOut(text);
+    }
+    return read > 0 ? 0 : 1;
+}
 
 void InstallSignalHandlers() {
     struct sigaction action {};
@@ -492,6 +673,9 @@ int main(int argc, char** argv) {
     if (pipe2(g_wake, O_CLOEXEC | O_NONBLOCK) != 0) {
         std::perror("kivplay: pipe");
         return 1;
+    }
+    if (options.info) {
+        return PrintInfo(options, manager, *driver);
     }
     InstallSignalHandlers();
     Session session(options, manager, *driver);

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "platform/MediaEngine.h"
+#include "platform/TagReader.h"
 
 namespace kiv::platform {
 namespace {
@@ -190,6 +191,72 @@ int ScanDurationMs(const std::string& uri) {
     gst_element_set_state(pipeline, GST_STATE_NULL);
     gst_object_unref(pipeline);
     return ms;
+}
+
+// GLib's UTF-8 as wide text (one character per wchar_t).
+std::wstring WideFromUtf8(const gchar* utf8) {
+    std::wstring out;
+    if (utf8 == nullptr || !g_utf8_validate(utf8, -1, nullptr)) {
+        return out;
+    }
+    for (const gchar* p = utf8; *p != '\0'; p = g_utf8_next_char(p)) {
+        out.push_back(static_cast<wchar_t>(g_utf8_get_char(p)));
+    }
+    return out;
+}
+
+// The first text under `tag`, or empty.
+std::wstring TagText(const GstTagList* tags, const char* tag) {
+    const gchar* value = nullptr;
+    return gst_tag_list_peek_string_index(tags, tag, 0, &value) ? WideFromUtf8(value)
+                                                                : std::wstring();
+}
+
+// Fills `fields` from the tags of a stream; the sound's format and the
+// duration are the caller's.
+void FieldsFromTags(const GstTagList* tags, TagFields& fields) {
+    fields.title = TagText(tags, GST_TAG_TITLE);
+    fields.artist = TagText(tags, GST_TAG_ARTIST);
+    fields.album = TagText(tags, GST_TAG_ALBUM);
+    fields.comment = TagText(tags, GST_TAG_COMMENT);
+    for (guint i = 0; i < gst_tag_list_get_tag_size(tags, GST_TAG_GENRE); ++i) {
+        const gchar* genre = nullptr;
+        if (gst_tag_list_peek_string_index(tags, GST_TAG_GENRE, i, &genre)) {
+            fields.genres.push_back(WideFromUtf8(genre));
+        }
+    }
+    GstDateTime* when = nullptr;
+    GDate* date = nullptr;
+    if (gst_tag_list_get_date_time(tags, GST_TAG_DATE_TIME, &when)) {
+        fields.year = static_cast<unsigned int>(std::max(gst_date_time_get_year(when), 0));
+        gst_date_time_unref(when);
+    } else if (gst_tag_list_get_date(tags, GST_TAG_DATE, &date)) {
+        fields.year = g_date_valid(date) ? g_date_get_year(date) : 0;
+        g_date_free(date);
+    }
+    guint number = 0;
+    if (gst_tag_list_get_uint(tags, GST_TAG_TRACK_NUMBER, &number)) {
+        fields.track = number;
+    }
+    if (gst_tag_list_get_uint(tags, GST_TAG_BITRATE, &number) ||
+        gst_tag_list_get_uint(tags, GST_TAG_NOMINAL_BITRATE, &number)) {
+        fields.bitrateKbps = static_cast<int>((number + 500) / 1000);
+    }
+    GstSample* image = nullptr;
+    if (gst_tag_list_get_sample(tags, GST_TAG_IMAGE, &image) ||
+        gst_tag_list_get_sample(tags, GST_TAG_PREVIEW_IMAGE, &image)) {
+        GstBuffer* buffer = gst_sample_get_buffer(image);
+        const GstCaps* caps = gst_sample_get_caps(image);
+        GstMapInfo map;
+        if (buffer != nullptr && gst_buffer_map(buffer, &map, GST_MAP_READ)) {
+            fields.picture.assign(map.data, map.data + map.size);
+            gst_buffer_unmap(buffer, &map);
+            if (caps != nullptr && gst_caps_get_size(caps) > 0) {
+                fields.pictureMime = gst_structure_get_name(gst_caps_get_structure(caps, 0));
+            }
+        }
+        gst_sample_unref(image);
+    }
 }
 
 class MediaEngineGst final : public MediaEngine {
@@ -614,6 +681,40 @@ public:
         return span <= 0
                    ? -1
                    : static_cast<int>(std::lround((value - channel->min_value) * 100.0 / span));
+    }
+
+    bool ReadTags(TagFields& fields) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_pipeline == nullptr) {
+            return false;
+        }
+        // The first sound stream's tags come first: its bit rate is the one
+        // asked for. Tags of the whole file reach every stream.
+        GstTagList* merged = gst_tag_list_new_empty();
+        for (const char* signal : {"get-audio-tags", "get-video-tags"}) {
+            GstTagList* tags = nullptr;
+            g_signal_emit_by_name(m_pipeline, signal, 0, &tags);
+            if (tags != nullptr) {
+                gst_tag_list_insert(merged, tags, GST_TAG_MERGE_KEEP);
+                gst_tag_list_unref(tags);
+            }
+        }
+        fields = TagFields{};
+        FieldsFromTags(merged, fields);
+        gst_tag_list_unref(merged);
+        fields.durationMs = DurationLocked();
+        GstPad* pad = nullptr;
+        g_signal_emit_by_name(m_pipeline, "get-audio-pad", 0, &pad);
+        if (pad != nullptr) {
+            if (GstCaps* caps = gst_pad_get_current_caps(pad)) {
+                const GstStructure* s = gst_caps_get_structure(caps, 0);
+                gst_structure_get_int(s, "rate", &fields.sampleRateHz);
+                gst_structure_get_int(s, "channels", &fields.channels);
+                gst_caps_unref(caps);
+            }
+            gst_object_unref(pad);
+        }
+        return true;
     }
 
     void SetEventCallback(EventCallback callback) override {
