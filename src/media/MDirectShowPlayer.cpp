@@ -15,6 +15,7 @@
 
 #include "foundation/Text.h"
 #include "media/BuiltInPlayer.h"
+#include "media/MDirectShowStreamControls.h"
 #include "platform/MediaEngine.h"
 
 namespace kiv::media {
@@ -168,7 +169,9 @@ public:
 };
 
 MDirectShowPlayer::MDirectShowPlayer()
-    : m_engine(MediaEngine::Create()), m_controls(std::make_unique<Controls>(*m_engine, *this)) {
+    : m_engine(MediaEngine::Create()),
+      m_controls(std::make_unique<Controls>(*m_engine, *this)),
+      m_streamControls(std::make_unique<StreamControls>(*m_engine, *this)) {
     m_engine->SetEventCallback([this](MediaEngine::Event event) {
         switch (event) {
             case MediaEngine::Event::END_OF_STREAM:
@@ -325,6 +328,7 @@ unsigned int MDirectShowPlayer::OpenSource(IDataSource* source) {
 }
 
 void MDirectShowPlayer::ListControls() {
+    ListStreamControls();
     for (IControl* control : m_controls->all) {
         RemoveControl(control);
     }

@@ -4,8 +4,9 @@
 // at a stop time (STOPPED_BY_REQUEST); the player is READY after each.
 //
 // Controls exist once the player is initialized and only where they apply:
-// volume with sound; video, brightness, contrast and saturation with a
-// picture; the stop time always.
+// volume and the audio stream choice with sound; video, brightness, contrast
+// and saturation with a picture, frames with a picture at a stated frame
+// rate; the stop time always.
 #pragma once
 
 #include <kiv/media/MPlayerBase.h>
@@ -18,6 +19,8 @@ class MediaEngine;
 }
 
 namespace kiv::media {
+
+struct StreamControls;
 
 class MDirectShowPlayer : public MPlayerBase {
 public:
@@ -59,9 +62,11 @@ protected:
 private:
     unsigned int OpenSource(IDataSource* source);
     void ListControls();
+    void ListStreamControls();
 
     std::unique_ptr<platform::MediaEngine> m_engine;
     std::unique_ptr<Controls> m_controls;
+    std::unique_ptr<StreamControls> m_streamControls;
 };
 
 }  // namespace kiv::media

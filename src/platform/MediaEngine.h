@@ -104,6 +104,30 @@ public:
     /// -1 when the stream has no such level.
     virtual int PictureLevel(Picture which) = 0;
 
+    /// The frame rate of the video as a fraction (frames per second =
+    /// numerator / denominator); false without video or when the stream
+    /// states none. Engines that cannot tell answer false.
+    virtual bool FrameRate(int& numerator, int& denominator) {
+        (void)numerator;
+        (void)denominator;
+        return false;
+    }
+
+    /// One audio stream of the media, as its container describes it.
+    struct AudioStream {
+        std::string language;  ///< ISO 639 code as stated ("en", "deu"), or empty
+        std::string title;     ///< the track's name, or empty
+    };
+    /// The audio streams of the open media, in the container's order.
+    virtual std::vector<AudioStream> AudioStreams() { return {}; }
+    /// Plays audio stream `index` from now on.
+    virtual unsigned int SelectAudioStream(int index) {
+        (void)index;
+        return MediaStatus::NOT_SUPPORTED;
+    }
+    /// The audio stream playing now; -1 without sound.
+    virtual int CurrentAudioStream() { return -1; }
+
     /// Replaces the callback; returns after any running call of the old one.
     virtual void SetEventCallback(EventCallback callback) = 0;
 };

@@ -1,4 +1,5 @@
-// Chooses among the streams of one media (audio tracks, subtitles).
+// Chooses among the audio streams of one media (languages, commentary
+// tracks). Streams are numbered from 0 in the order of the container.
 #pragma once
 
 #include <kiv/media/IControl.h>
@@ -14,9 +15,14 @@ public:
 
     /// The number of selectable streams.
     virtual int GetStreamCount() = 0;
-    /// A name to show for stream `index` (language, title); empty outside.
+    /// A name to show for stream `index`: its title and language, or
+    /// "Audio n" when the media names neither; empty outside.
     virtual std::wstring GetStreamName(int index) = 0;
-    /// Plays stream `index` instead of the one of its kind playing now.
+    /// The language of stream `index` as the media states it (an ISO 639
+    /// code such as "en" or "deu"); empty when unknown or outside.
+    virtual std::string GetStreamLanguage(int index) = 0;
+    /// Plays stream `index` instead of the one playing now, also during
+    /// playback; a status for an index outside.
     virtual unsigned int SelectStream(int index) = 0;
     /// The stream playing now; -1 if none.
     virtual int GetSelectedStream() = 0;

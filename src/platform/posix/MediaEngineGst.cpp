@@ -460,6 +460,62 @@ public:
         return known;
     }
 
+    bool FrameRate(int& numerator, int& denominator) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        GstCaps* caps = VideoCapsLocked();
+        if (caps == nullptr) {
+            return false;
+        }
+        gint n = 0;
+        gint d = 0;
+        const bool known =
+            gst_structure_get_fraction(gst_caps_get_structure(caps, 0), "framerate", &n, &d) &&
+            n > 0 && d > 0;
+        gst_caps_unref(caps);
+        if (known) {
+            numerator = n;
+            denominator = d;
+        }
+        return known;
+    }
+
+    std::vector<AudioStream> AudioStreams() override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        std::vector<AudioStream> streams;
+        const gint count = StreamCountLocked("n-audio");
+        for (gint i = 0; i < count; ++i) {
+            AudioStream stream;
+            GstTagList* tags = nullptr;
+            g_signal_emit_by_name(m_pipeline, "get-audio-tags", i, &tags);
+            if (tags != nullptr) {
+                stream.language = TagText(tags, GST_TAG_LANGUAGE_CODE);
+                stream.title = TagText(tags, GST_TAG_TITLE);
+                gst_tag_list_unref(tags);
+            }
+            streams.push_back(std::move(stream));
+        }
+        return streams;
+    }
+
+    unsigned int SelectAudioStream(int index) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_pipeline == nullptr || index < 0 || index >= StreamCountLocked("n-audio")) {
+            return MediaStatus::INVALID_ARGUMENT;
+        }
+        g_object_set(m_pipeline, "current-audio", static_cast<gint>(index), nullptr);
+        return 0;
+    }
+
+    int CurrentAudioStream() override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_pipeline == nullptr || StreamCountLocked("n-audio") == 0) {
+            return -1;
+        }
+        gint current = -1;
+        g_object_get(m_pipeline, "current-audio", &current, nullptr);
+        return current;
+    }
+
     void SetWindow(std::uintptr_t handle) override {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_window = handle;
@@ -700,6 +756,32 @@ private:
         unsigned int status =
             Settle(m_pipeline, gst_element_get_state(m_pipeline, nullptr, nullptr, kSettleTimeout));
         return status;
+    }
+
+    // The caps of the decoded pictures, with a reference; null without a
+    // video branch.
+    GstCaps* VideoCapsLocked() {
+        if (m_pipeline == nullptr) {
+            return nullptr;
+        }
+        GstPad* pad = nullptr;
+        g_signal_emit_by_name(m_pipeline, "get-video-pad", 0, &pad);
+        if (pad == nullptr) {
+            return nullptr;
+        }
+        GstCaps* caps = gst_pad_get_current_caps(pad);
+        gst_object_unref(pad);
+        return caps;
+    }
+
+    static std::string TagText(const GstTagList* tags, const char* tag) {
+        gchar* value = nullptr;
+        if (!gst_tag_list_get_string(tags, tag, &value) || value == nullptr) {
+            return {};
+        }
+        std::string text(value);
+        g_free(value);
+        return text;
     }
 
     gint StreamCount(const char* property) {
