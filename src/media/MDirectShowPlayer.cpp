@@ -15,6 +15,8 @@
 
 #include "foundation/Text.h"
 #include "media/BuiltInPlayer.h"
+#include "media/LocatorExtension.h"
+#include "media/MCapturePlayer.h"
 #include "media/MDirectShowStreamControls.h"
 #include "platform/MediaEngine.h"
 
@@ -347,8 +349,11 @@ void MDirectShowPlayer::ListControls() {
     }
 }
 
-IPlayer* CreateBuiltInPlayer(IDataSource* /*source*/) {
+IPlayer* CreateBuiltInPlayer(IDataSource* source) {
     // The driver hands the source over with SetDataSource.
+    if (source != nullptr && IsCaptureLocator(source->GetLocator())) {
+        return new (std::nothrow) MCapturePlayer();
+    }
     return new (std::nothrow) MDirectShowPlayer();
 }
 

@@ -25,6 +25,7 @@ struct MediaStatus {
     static constexpr unsigned int NO_VIDEO = 0x03000007;          ///< a video operation, no video
     static constexpr unsigned int TIMEOUT = 0x03000008;           ///< the pipeline did not settle
     static constexpr unsigned int UNAVAILABLE = 0x03000009;       ///< the engine cannot start
+    static constexpr unsigned int WRITE_FAILED = 0x0300000A;      ///< a recording cannot be written
 };
 
 class MediaEngine {
