@@ -110,46 +110,95 @@ int FrameControl::MapTimeToFrame(int time) {
 
 MediaSelectControl::MediaSelectControl(MediaEngine& engine) : m_engine(engine) {}
 
+namespace {
+
+using Kind = MediaEngine::StreamKind;
+
+// Where stream `index` of the control's numbering lies: its kind, its
+// number within the kind and what the engine says of it. False outside.
+struct Located {
+    Kind kind = Kind::AUDIO;
+    int number = -1;
+    MediaEngine::StreamInfo info;
+};
+
+bool Locate(MediaEngine& engine, int index, Located& where) {
+    if (index < 0) {
+        return false;
+    }
+    for (Kind kind : {Kind::AUDIO, Kind::SUBTITLE}) {
+        const auto streams = engine.Streams(kind);
+        if (static_cast<std::size_t>(index) < streams.size()) {
+            where = {kind, index, streams[static_cast<std::size_t>(index)]};
+            return true;
+        }
+        index -= static_cast<int>(streams.size());
+    }
+    return false;
+}
+
+}  // namespace
+
 int MediaSelectControl::GetStreamCount() {
-    return static_cast<int>(m_engine.AudioStreams().size());
+    return static_cast<int>(m_engine.Streams(Kind::AUDIO).size() +
+                            m_engine.Streams(Kind::SUBTITLE).size());
+}
+
+int MediaSelectControl::GetStreamType(int index) {
+    Located where;
+    if (!Locate(m_engine, index, where)) {
+        return -1;
+    }
+    return where.kind == Kind::AUDIO ? AUDIO_STREAM : SUBTITLE_STREAM;
 }
 
 std::wstring MediaSelectControl::GetStreamName(int index) {
-    const auto streams = m_engine.AudioStreams();
-    if (index < 0 || static_cast<std::size_t>(index) >= streams.size()) {
+    Located where;
+    if (!Locate(m_engine, index, where)) {
         return {};
     }
-    const auto& stream = streams[static_cast<std::size_t>(index)];
-    std::string name = stream.title;
-    if (!stream.language.empty()) {
-        name += name.empty() ? stream.language : " (" + stream.language + ")";
+    std::string name = where.info.title;
+    if (!where.info.language.empty()) {
+        name += name.empty() ? where.info.language : " (" + where.info.language + ")";
     }
     if (name.empty()) {
-        name = "Audio " + std::to_string(index + 1);
+        name = (where.kind == Kind::AUDIO ? "Audio " : "Subtitles ") +
+               std::to_string(where.number + 1);
     }
     return text::FromUtf8(name);
 }
 
 std::string MediaSelectControl::GetStreamLanguage(int index) {
-    const auto streams = m_engine.AudioStreams();
-    if (index < 0 || static_cast<std::size_t>(index) >= streams.size()) {
-        return {};
-    }
-    return streams[static_cast<std::size_t>(index)].language;
+    Located where;
+    return Locate(m_engine, index, where) ? where.info.language : std::string();
 }
 
 unsigned int MediaSelectControl::SelectStream(int index) {
-    return m_engine.SelectAudioStream(index);
+    Located where;
+    if (!Locate(m_engine, index, where)) {
+        return MediaStatus::INVALID_ARGUMENT;
+    }
+    return m_engine.SelectStream(where.kind, where.number);
 }
 
 int MediaSelectControl::GetSelectedStream() {
-    return m_engine.CurrentAudioStream();
+    return m_engine.CurrentStream(Kind::AUDIO);
+}
+
+int MediaSelectControl::GetSelectedSubtitle() {
+    const int shown = m_engine.CurrentStream(Kind::SUBTITLE);
+    return shown < 0 ? -1 : static_cast<int>(m_engine.Streams(Kind::AUDIO).size()) + shown;
+}
+
+void MediaSelectControl::HideSubtitles() {
+    m_engine.SelectStream(Kind::SUBTITLE, -1);
 }
 
 void MediaSelectControl::Reset() {
-    if (GetStreamCount() > 0) {
-        m_engine.SelectAudioStream(0);
+    if (!m_engine.Streams(Kind::AUDIO).empty()) {
+        m_engine.SelectStream(Kind::AUDIO, 0);
     }
+    HideSubtitles();
 }
 
 void MDirectShowPlayer::ListStreamControls() {

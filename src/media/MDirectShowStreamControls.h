@@ -41,11 +41,14 @@ class MediaSelectControl final : public IMediaSelectControl {
 public:
     explicit MediaSelectControl(platform::MediaEngine& engine);
     int GetStreamCount() override;
+    int GetStreamType(int index) override;
     std::wstring GetStreamName(int index) override;
     std::string GetStreamLanguage(int index) override;
     unsigned int SelectStream(int index) override;
     int GetSelectedStream() override;
-    /// Back to the first stream.
+    int GetSelectedSubtitle() override;
+    void HideSubtitles() override;
+    /// Back to the first audio stream, without subtitles.
     void Reset() override;
 
 private:

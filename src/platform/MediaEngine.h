@@ -114,20 +114,30 @@ public:
         return false;
     }
 
-    /// One audio stream of the media, as its container describes it.
-    struct AudioStream {
+    /// The kinds of stream a media may offer a choice among.
+    enum class StreamKind { AUDIO, SUBTITLE };
+    /// One stream of the media, as its container describes it.
+    struct StreamInfo {
         std::string language;  ///< ISO 639 code as stated ("en", "deu"), or empty
         std::string title;     ///< the track's name, or empty
     };
-    /// The audio streams of the open media, in the container's order.
-    virtual std::vector<AudioStream> AudioStreams() { return {}; }
-    /// Plays audio stream `index` from now on.
-    virtual unsigned int SelectAudioStream(int index) {
+    /// The streams of `kind` of the open media, in the container's order.
+    virtual std::vector<StreamInfo> Streams(StreamKind kind) {
+        (void)kind;
+        return {};
+    }
+    /// Plays (shows) stream `index` of `kind` from now on; for subtitles -1
+    /// hides them, as they are when a media is opened.
+    virtual unsigned int SelectStream(StreamKind kind, int index) {
+        (void)kind;
         (void)index;
         return MediaStatus::NOT_SUPPORTED;
     }
-    /// The audio stream playing now; -1 without sound.
-    virtual int CurrentAudioStream() { return -1; }
+    /// The stream of `kind` playing (shown) now; -1 if none.
+    virtual int CurrentStream(StreamKind kind) {
+        (void)kind;
+        return -1;
+    }
 
     /// Replaces the callback; returns after any running call of the old one.
     virtual void SetEventCallback(EventCallback callback) = 0;

@@ -12,6 +12,7 @@
 
 #include <string>
 
+#include "RecordingPlayer.h"
 #include "support/KivTestEnvironment.h"
 #include "support/TestMedia.h"
 
@@ -22,10 +23,17 @@ std::wstring Wide(const std::string& s) {
     return std::wstring(s.begin(), s.end());
 }
 
-// Two Vorbis tracks of one second, English at 440 Hz then German at 880 Hz.
+// Two Vorbis tracks of one second, English at 440 Hz then German at 880 Hz,
+// and French subtitles.
 std::string MakeTwoLanguageFile() {
+    const std::string subtitles = test::TempPath("two.srt");
     const std::string path = test::TempPath("two.mkv");
-    std::string command = "gst-launch-1.0 -q matroskamux name=m ! filesink location=" + path;
+    if (!test::WriteFileBytes(subtitles, "1\n00:00:00,000 --> 00:00:00,900\nBonjour\n\n")) {
+        return {};
+    }
+    std::string command = "gst-launch-1.0 -q matroskamux name=m ! filesink location=" + path +
+                          " filesrc location=" + subtitles +
+                          " ! subparse ! taginject tags=language-code=fra ! m.";
     for (const char* track : {"freq=440 ! audio/x-raw,rate=22050,channels=1 ! vorbisenc ! "
                               "taginject tags=language-code=eng",
                               "freq=880 ! audio/x-raw,rate=22050,channels=1 ! vorbisenc ! "
@@ -105,7 +113,7 @@ TEST_F(MDirectShowStreamControlsTest, FramesMapToTimesAndSeekWithinTheVideo) {
     EXPECT_EQ(player->GetControl(IFrameControl::DEFAULT_NAME()), nullptr);
 }
 
-TEST_F(MDirectShowStreamControlsTest, AudioStreamsCarryTheirLanguagesAndSwitchDuringPlayback) {
+TEST_F(MDirectShowStreamControlsTest, StreamsCarryTheirLanguagesAndSwitchDuringPlayback) {
     const std::string path = MakeTwoLanguageFile();
     ASSERT_FALSE(path.empty());
     IPlayer* player = Open(path);
@@ -115,24 +123,42 @@ TEST_F(MDirectShowStreamControlsTest, AudioStreamsCarryTheirLanguagesAndSwitchDu
         static_cast<IMediaSelectControl*>(player->GetControl(IMediaSelectControl::DEFAULT_NAME()));
     ASSERT_NE(select, nullptr);
 
-    ASSERT_EQ(select->GetStreamCount(), 2);
+    ASSERT_EQ(select->GetStreamCount(), 3);
+    EXPECT_EQ(select->GetStreamType(0), IMediaSelectControl::AUDIO_STREAM);
+    EXPECT_EQ(select->GetStreamType(1), IMediaSelectControl::AUDIO_STREAM);
+    EXPECT_EQ(select->GetStreamType(2), IMediaSelectControl::SUBTITLE_STREAM);
+    EXPECT_EQ(select->GetStreamType(3), -1);
     // The demuxer may give the codes as written or in their two-letter form.
     EXPECT_EQ(select->GetStreamLanguage(0).substr(0, 2), "en");
     EXPECT_EQ(select->GetStreamLanguage(1).substr(0, 2), "de");
+    EXPECT_EQ(select->GetStreamLanguage(2).substr(0, 2), "fr");
     EXPECT_NE(select->GetStreamName(1).find(Wide(select->GetStreamLanguage(1))),
               std::wstring::npos);
-    EXPECT_EQ(select->GetStreamName(2), L"");
+    EXPECT_EQ(select->GetStreamName(3), L"");
     EXPECT_EQ(select->GetStreamLanguage(-1), "");
     EXPECT_EQ(select->GetSelectedStream(), 0);
+    EXPECT_EQ(select->GetSelectedSubtitle(), -1);
 
+    test::RecordingListener listener;
+    player->AddPlayerListener(&listener);
     ASSERT_EQ(player->Start(), 0u);
     EXPECT_EQ(select->SelectStream(1), 0u);
     EXPECT_EQ(select->GetSelectedStream(), 1);
-    EXPECT_NE(select->SelectStream(2), 0u);
-    EXPECT_EQ(select->GetSelectedStream(), 1);
+    EXPECT_EQ(select->SelectStream(2), 0u);
+    EXPECT_EQ(select->GetSelectedSubtitle(), 2);
+    EXPECT_EQ(select->GetSelectedStream(), 1) << "subtitles leave the sound as it is";
+    EXPECT_NE(select->SelectStream(3), 0u);
+    select->HideSubtitles();
+    EXPECT_EQ(select->GetSelectedSubtitle(), -1);
+    EXPECT_EQ(select->SelectStream(2), 0u);
+    // With subtitles shown the media still plays to its end.
+    const auto events = listener.WaitFor(2);
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events.back().type, MPlayerEvent::STOPPED_END_OF_MEDIA);
+    player->RemovePlayerListener(&listener);
     select->Reset();
     EXPECT_EQ(select->GetSelectedStream(), 0);
-    EXPECT_EQ(player->Stop(), 0u);
+    EXPECT_EQ(select->GetSelectedSubtitle(), -1);
 }
 
 }  // namespace

@@ -479,14 +479,15 @@ public:
         return known;
     }
 
-    std::vector<AudioStream> AudioStreams() override {
+    std::vector<StreamInfo> Streams(StreamKind kind) override {
         std::lock_guard<std::mutex> lock(m_mutex);
-        std::vector<AudioStream> streams;
-        const gint count = StreamCountLocked("n-audio");
+        const bool audio = kind == StreamKind::AUDIO;
+        std::vector<StreamInfo> streams;
+        const gint count = StreamCountLocked(audio ? "n-audio" : "n-text");
         for (gint i = 0; i < count; ++i) {
-            AudioStream stream;
+            StreamInfo stream;
             GstTagList* tags = nullptr;
-            g_signal_emit_by_name(m_pipeline, "get-audio-tags", i, &tags);
+            g_signal_emit_by_name(m_pipeline, audio ? "get-audio-tags" : "get-text-tags", i, &tags);
             if (tags != nullptr) {
                 stream.language = TagText(tags, GST_TAG_LANGUAGE_CODE);
                 stream.title = TagText(tags, GST_TAG_TITLE);
@@ -497,23 +498,40 @@ public:
         return streams;
     }
 
-    unsigned int SelectAudioStream(int index) override {
+    unsigned int SelectStream(StreamKind kind, int index) override {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_pipeline == nullptr || index < 0 || index >= StreamCountLocked("n-audio")) {
+        const bool audio = kind == StreamKind::AUDIO;
+        if (m_pipeline == nullptr || index < (audio ? 0 : -1) ||
+            index >= StreamCountLocked(audio ? "n-audio" : "n-text")) {
             return MediaStatus::INVALID_ARGUMENT;
         }
-        g_object_set(m_pipeline, "current-audio", static_cast<gint>(index), nullptr);
+        if (audio) {
+            g_object_set(m_pipeline, "current-audio", static_cast<gint>(index), nullptr);
+            return 0;
+        }
+        // Subtitles are rendered only while their flag is set; playbin
+        // builds or drops the text branch when it changes.
+        guint flags = 0;
+        g_object_get(m_pipeline, "flags", &flags, nullptr);
+        if (index >= 0) {
+            g_object_set(m_pipeline, "current-text", static_cast<gint>(index), nullptr);
+        }
+        flags = index >= 0 ? (flags | kPlayFlagText) : (flags & ~kPlayFlagText);
+        g_object_set(m_pipeline, "flags", flags, nullptr);
         return 0;
     }
 
-    int CurrentAudioStream() override {
+    int CurrentStream(StreamKind kind) override {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_pipeline == nullptr || StreamCountLocked("n-audio") == 0) {
+        const bool audio = kind == StreamKind::AUDIO;
+        if (m_pipeline == nullptr || StreamCountLocked(audio ? "n-audio" : "n-text") == 0) {
             return -1;
         }
+        guint flags = 0;
         gint current = -1;
-        g_object_get(m_pipeline, "current-audio", &current, nullptr);
-        return current;
+        g_object_get(m_pipeline, "flags", &flags, audio ? "current-audio" : "current-text",
+                     &current, nullptr);
+        return audio || (flags & kPlayFlagText) != 0 ? current : -1;
     }
 
     void SetWindow(std::uintptr_t handle) override {
