@@ -157,9 +157,18 @@ MCapturePlayer::MCapturePlayer()
         m_frames += static_cast<long long>(bytes / (2 * static_cast<std::size_t>(format.channels)));
         m_recorder->Write(format, data, bytes);
     });
+    m_capture->SetEventCallback([this](AudioCapture::Event event) {
+        // The input is spent: the recording pauses, the player stops, and
+        // the next Start opens the input afresh.
+        m_reopen = true;
+        m_recorder->SetPlayerStarted(false);
+        EndPlayback(event == AudioCapture::Event::END ? MPlayerEvent::STOPPED_END_OF_MEDIA
+                                                      : MPlayerEvent::STOPPED_ERRORABORT);
+    });
 }
 
 MCapturePlayer::~MCapturePlayer() {
+    m_capture->SetEventCallback(nullptr);
     m_capture->SetDataCallback(nullptr);
     ShutDownListeners();
     m_capture->Close();
@@ -212,6 +221,7 @@ unsigned int MCapturePlayer::DoInitialize() {
     }
     const unsigned int status = m_capture->Open();
     if (status == 0) {
+        m_reopen = false;
         m_frames = 0;
         AddControl(m_recorder.get());
     }
@@ -226,6 +236,13 @@ unsigned int MCapturePlayer::DoDeinitialize() {
 }
 
 unsigned int MCapturePlayer::DoStart() {
+    if (m_reopen.exchange(false)) {
+        const unsigned int status = m_capture->Open();
+        if (status != 0) {
+            m_reopen = true;
+            return status;
+        }
+    }
     return m_capture->Start();
 }
 

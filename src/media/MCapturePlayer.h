@@ -1,6 +1,8 @@
 // The player of the built-in driver for the locator "capture://audio": it
 // captures the default input while STARTED and records it, through its
-// IRecordControl, into a WAV file the application names. Its media time is
+// IRecordControl, into a WAV file the application names. When the input
+// fails (or a finite source ends) the player fires STOPPED_ERRORABORT
+// (STOPPED_END_OF_MEDIA) and is READY; Start opens the input again. Its media time is
 // the time captured while started; the duration is unknown, and neither
 // the time nor the rate can be changed.
 #pragma once
@@ -54,6 +56,8 @@ private:
     // Sample frames captured while started, and their rate.
     std::atomic<long long> m_frames{0};
     std::atomic<int> m_rate{0};
+    // The input ended or failed; Start opens it again.
+    std::atomic<bool> m_reopen{false};
 };
 
 }  // namespace kiv::media

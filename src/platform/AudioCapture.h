@@ -17,6 +17,13 @@ public:
         int rate = 0;
         int channels = 0;
     };
+    /// What ends a running capture by itself.
+    enum class Event {
+        END,    ///< the source has no more sound (a finite test source)
+        ERROR,  ///< the input failed; Open again before the next Start
+    };
+    /// Called on a thread of the capture, once per end; must not call Close.
+    using EventCallback = std::function<void(Event)>;
     /// Called on the capture's thread for every block while it runs.
     using DataCallback =
         std::function<void(const Format& format, const unsigned char* data, std::size_t bytes)>;
@@ -38,6 +45,9 @@ public:
 
     /// Replaces the callback; returns after any running call of the old one.
     virtual void SetDataCallback(DataCallback callback) = 0;
+    /// Replaces the event callback; returns after any running call of the old
+    /// one.
+    virtual void SetEventCallback(EventCallback callback) = 0;
 };
 
 }  // namespace kiv::platform

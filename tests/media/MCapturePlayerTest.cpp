@@ -260,5 +260,43 @@ TEST_F(MCapturePlayerTest, RecordingsNotCommittedLeaveNoFile) {
     EXPECT_EQ(video->GetState(), IPlayer::UNINITIALIZED);
 }
 
+TEST_F(MCapturePlayerTest, AnInputThatFailsOrEndsStopsThePlayerAndStartOpensItAgain) {
+    // Five blocks, then an error.
+    setenv("KIV_AUDIO_SOURCE", "audiotestsrc is-live=true ! identity error-after=5", 1);
+    IPlayer* failing = Player(MCapturePlayer::AUDIO_LOCATOR);
+    ASSERT_NE(failing, nullptr);
+    test::RecordingListener listener;
+    failing->AddPlayerListener(&listener);
+    ASSERT_EQ(failing->Initialize(), 0u);
+    IRecordControl* recorder = Recorder(failing);
+    ASSERT_EQ(recorder->SetRecordLocation(Wide(m_dir + "/broken.wav")), 0u);
+    ASSERT_EQ(recorder->StartRecord(), 0u);
+    ASSERT_EQ(failing->Start(), 0u);
+    const Events once{MPlayerEvent::INITIALIZED, MPlayerEvent::STARTED,
+                      MPlayerEvent::RECORD_STARTED, MPlayerEvent::RECORD_STOPPED,
+                      MPlayerEvent::STOPPED_ERRORABORT};
+    EXPECT_EQ(Types(listener.WaitFor(5)), once);
+    EXPECT_EQ(failing->GetState(), IPlayer::READY);
+    // The recording waits in the same file and resumes with the next Start.
+    ASSERT_EQ(failing->Start(), 0u);
+    Events twice = once;
+    twice.insert(twice.end(), once.begin() + 1, once.end());
+    EXPECT_EQ(Types(listener.WaitFor(9)), twice);
+    failing->RemovePlayerListener(&listener);
+    ASSERT_EQ(recorder->Commit(), 0u);
+    const std::string bytes = test::ReadFileBytes(m_dir + "/broken.wav");
+    ASSERT_GT(bytes.size(), 44u);
+    EXPECT_EQ(Le(bytes, 40, 4), bytes.size() - 44);
+
+    setenv("KIV_AUDIO_SOURCE", "audiotestsrc is-live=true num-buffers=5", 1);
+    IPlayer* ending = Player(MCapturePlayer::AUDIO_LOCATOR);
+    test::RecordingListener endListener;
+    ending->AddPlayerListener(&endListener);
+    ASSERT_EQ(ending->Initialize(), 0u);
+    ASSERT_EQ(ending->Start(), 0u);
+    EXPECT_EQ(Types(endListener.WaitFor(3)).back(), MPlayerEvent::STOPPED_END_OF_MEDIA);
+    ending->RemovePlayerListener(&endListener);
+}
+
 }  // namespace
 }  // namespace kiv::media

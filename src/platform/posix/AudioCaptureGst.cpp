@@ -5,6 +5,7 @@
 // tests), or a gst-launch bin description.
 #include <gst/gst.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -68,6 +69,11 @@ public:
             }
             return MediaStatus::NOT_FOUND;
         }
+        // The end and errors are taken where they are posted; nothing else
+        // of the bus is wanted, and nothing is left to pile up on it.
+        GstBus* bus = gst_element_get_bus(pipeline);
+        gst_bus_set_sync_handler(bus, &AudioCaptureGst::OnMessage, this, nullptr);
+        gst_object_unref(bus);
         GstElement* sink = gst_bin_get_by_name(GST_BIN(pipeline), "out");
         g_signal_connect(sink, "handoff", G_CALLBACK(&AudioCaptureGst::OnBuffer), this);
         gst_object_unref(sink);
@@ -101,12 +107,20 @@ public:
         return m_pipeline != nullptr;
     }
 
-    unsigned int Start() override { return SetState(GST_STATE_PLAYING); }
+    unsigned int Start() override {
+        m_ended = false;
+        return SetState(GST_STATE_PLAYING);
+    }
     unsigned int Pause() override { return SetState(GST_STATE_PAUSED); }
 
     void SetDataCallback(DataCallback callback) override {
         std::lock_guard<std::mutex> lock(m_callbackMutex);
         m_callback = std::move(callback);
+    }
+
+    void SetEventCallback(EventCallback callback) override {
+        std::lock_guard<std::mutex> lock(m_eventMutex);
+        m_eventCallback = std::move(callback);
     }
 
 private:
@@ -121,6 +135,28 @@ private:
             return MediaStatus::ENGINE_FAILURE;
         }
         return 0;
+    }
+
+    static GstBusSyncReply OnMessage(GstBus*, GstMessage* message, gpointer self) {
+        const GstMessageType type = GST_MESSAGE_TYPE(message);
+        if (type == GST_MESSAGE_EOS || type == GST_MESSAGE_ERROR) {
+            static_cast<AudioCaptureGst*>(self)->Report(type == GST_MESSAGE_EOS ? Event::END
+                                                                                : Event::ERROR);
+        }
+        gst_message_unref(message);
+        return GST_BUS_DROP;
+    }
+
+    // The elements of one failure often report it several times: the first
+    // report after a Start counts.
+    void Report(Event event) {
+        std::lock_guard<std::mutex> lock(m_eventMutex);
+        if (m_ended.exchange(true)) {
+            return;
+        }
+        if (m_eventCallback) {
+            m_eventCallback(event);
+        }
     }
 
     static void OnBuffer(GstElement*, GstBuffer* buffer, GstPad* pad, gpointer self) {
@@ -153,6 +189,9 @@ private:
     GstElement* m_pipeline = nullptr;
     std::mutex m_callbackMutex;
     DataCallback m_callback;
+    std::mutex m_eventMutex;
+    EventCallback m_eventCallback;
+    std::atomic<bool> m_ended{false};
 };
 
 }  // namespace
