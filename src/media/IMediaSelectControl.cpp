@@ -2,6 +2,9 @@
 
 namespace kiv::media {
 
+const int IMediaSelectControl::AUDIO_STREAM = 0;
+const int IMediaSelectControl::SUBTITLE_STREAM = 1;
+
 std::string IMediaSelectControl::DEFAULT_NAME() {
     return "MediaSelectControl";
 }

@@ -20,4 +20,8 @@ std::optional<std::string> LocatorExtension(const std::wstring& locator) {
     return extension;
 }
 
+bool IsCaptureLocator(const std::wstring& locator) {
+    return locator.rfind(L"capture://", 0) == 0;
+}
+
 }  // namespace kiv::media

@@ -11,4 +11,8 @@ namespace kiv::media {
 /// locator ends in a dot, nothing when it has no dot.
 std::optional<std::string> LocatorExtension(const std::wstring& locator);
 
+/// True for a capture locator ("capture://audio"): it names an input, not
+/// a file, and belongs to the built-in driver whatever is registered.
+bool IsCaptureLocator(const std::wstring& locator);
+
 }  // namespace kiv::media

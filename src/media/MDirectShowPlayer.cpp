@@ -15,6 +15,9 @@
 
 #include "foundation/Text.h"
 #include "media/BuiltInPlayer.h"
+#include "media/LocatorExtension.h"
+#include "media/MCapturePlayer.h"
+#include "media/MDirectShowStreamControls.h"
 #include "media/MLrcControlImpl.h"
 #include "media/MMetaDataControlImpl.h"
 #include "platform/MediaEngine.h"
@@ -175,7 +178,8 @@ MDirectShowPlayer::MDirectShowPlayer()
       m_controls(std::make_unique<Controls>(*m_engine, *this)),
       m_metaData(std::make_unique<MMetaDataControlImpl>()),
       m_lyrics(std::make_unique<MLrcControlImpl>([this] { return m_engine->Position(); },
-                                                 [this](unsigned char type) { FireEvent(type); })) {
+                                                 [this](unsigned char type) { FireEvent(type); }),
+      m_streamControls(std::make_unique<StreamControls>(*m_engine, *this)) {
     m_engine->SetEventCallback([this](MediaEngine::Event event) {
         m_lyrics->SetPlaying(false);
         switch (event) {
@@ -359,6 +363,7 @@ unsigned int MDirectShowPlayer::OpenSource(IDataSource* source) {
 }
 
 void MDirectShowPlayer::ListControls() {
+    ListStreamControls();
     for (IControl* control : m_controls->all) {
         RemoveControl(control);
     }
@@ -390,8 +395,11 @@ void MDirectShowPlayer::ListSourceControls() {
     }
 }
 
-IPlayer* CreateBuiltInPlayer(IDataSource* /*source*/) {
+IPlayer* CreateBuiltInPlayer(IDataSource* source) {
     // The driver hands the source over with SetDataSource.
+    if (source != nullptr && IsCaptureLocator(source->GetLocator())) {
+        return new (std::nothrow) MCapturePlayer();
+    }
     return new (std::nothrow) MDirectShowPlayer();
 }
 

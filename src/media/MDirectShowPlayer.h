@@ -4,9 +4,10 @@
 // at a stop time (STOPPED_BY_REQUEST); the player is READY after each.
 //
 // Controls exist once the player is initialized and only where they apply:
-// volume with sound; video, brightness, contrast and saturation with a
-// picture; the stop time always. The metadata and lyrics controls come with
-// the data source, before the player is initialized.
+// volume and the audio stream choice with sound; video, brightness, contrast
+// and saturation with a picture, frames with a picture at a stated frame
+// rate; the stop time always. The metadata and lyrics controls come with the
+// data source, before the player is initialized.
 #pragma once
 
 #include <kiv/media/MPlayerBase.h>
@@ -22,6 +23,7 @@ namespace kiv::media {
 
 class MLrcControlImpl;
 class MMetaDataControlImpl;
+struct StreamControls;
 
 class MDirectShowPlayer : public MPlayerBase {
 public:
@@ -67,11 +69,13 @@ private:
     unsigned int OpenSource(IDataSource* source);
     void ListControls();
     void ListSourceControls();
+    void ListStreamControls();
 
     std::unique_ptr<platform::MediaEngine> m_engine;
     std::unique_ptr<Controls> m_controls;
     std::unique_ptr<MMetaDataControlImpl> m_metaData;
     std::unique_ptr<MLrcControlImpl> m_lyrics;
+    std::unique_ptr<StreamControls> m_streamControls;
 };
 
 }  // namespace kiv::media

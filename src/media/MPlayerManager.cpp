@@ -60,6 +60,10 @@ void MPlayerManager::RegisterMediaType(std::string extension, std::string driver
 }
 
 IDriver* MPlayerManager::GetDriverByLocale(std::wstring locator) {
+    if (IsCaptureLocator(locator)) {
+        // An input has no extension to register.
+        return GetDriver(MDirectShowDriver::NAME);
+    }
     const auto extension = LocatorExtension(locator);
     if (!extension) {
         return nullptr;

@@ -27,6 +27,7 @@ struct MediaStatus {
     static constexpr unsigned int NO_VIDEO = 0x03000007;          ///< a video operation, no video
     static constexpr unsigned int TIMEOUT = 0x03000008;           ///< the pipeline did not settle
     static constexpr unsigned int UNAVAILABLE = 0x03000009;       ///< the engine cannot start
+    static constexpr unsigned int WRITE_FAILED = 0x0300000A;      ///< a recording cannot be written
 };
 
 class MediaEngine {
@@ -112,6 +113,40 @@ public:
     /// reader does not know, such as AVI), with the duration and the bit
     /// rate and format of the sound. False when nothing is open.
     virtual bool ReadTags(TagFields& fields) = 0;
+
+    /// The frame rate of the video as a fraction (frames per second =
+    /// numerator / denominator); false without video or when the stream
+    /// states none. Engines that cannot tell answer false.
+    virtual bool FrameRate(int& numerator, int& denominator) {
+        (void)numerator;
+        (void)denominator;
+        return false;
+    }
+
+    /// The kinds of stream a media may offer a choice among.
+    enum class StreamKind { AUDIO, SUBTITLE };
+    /// One stream of the media, as its container describes it.
+    struct StreamInfo {
+        std::string language;  ///< ISO 639 code as stated ("en", "deu"), or empty
+        std::string title;     ///< the track's name, or empty
+    };
+    /// The streams of `kind` of the open media, in the container's order.
+    virtual std::vector<StreamInfo> Streams(StreamKind kind) {
+        (void)kind;
+        return {};
+    }
+    /// Plays (shows) stream `index` of `kind` from now on; for subtitles -1
+    /// hides them, as they are when a media is opened.
+    virtual unsigned int SelectStream(StreamKind kind, int index) {
+        (void)kind;
+        (void)index;
+        return MediaStatus::NOT_SUPPORTED;
+    }
+    /// The stream of `kind` playing (shown) now; -1 if none.
+    virtual int CurrentStream(StreamKind kind) {
+        (void)kind;
+        return -1;
+    }
 
     /// Replaces the callback; returns after any running call of the old one.
     virtual void SetEventCallback(EventCallback callback) = 0;

@@ -533,6 +533,80 @@ public:
         return known;
     }
 
+    bool FrameRate(int& numerator, int& denominator) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        GstCaps* caps = VideoCapsLocked();
+        if (caps == nullptr) {
+            return false;
+        }
+        gint n = 0;
+        gint d = 0;
+        const bool known =
+            gst_structure_get_fraction(gst_caps_get_structure(caps, 0), "framerate", &n, &d) &&
+            n > 0 && d > 0;
+        gst_caps_unref(caps);
+        if (known) {
+            numerator = n;
+            denominator = d;
+        }
+        return known;
+    }
+
+    std::vector<StreamInfo> Streams(StreamKind kind) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const bool audio = kind == StreamKind::AUDIO;
+        std::vector<StreamInfo> streams;
+        const gint count = StreamCountLocked(audio ? "n-audio" : "n-text");
+        for (gint i = 0; i < count; ++i) {
+            StreamInfo stream;
+            GstTagList* tags = nullptr;
+            g_signal_emit_by_name(m_pipeline, audio ? "get-audio-tags" : "get-text-tags", i, &tags);
+            if (tags != nullptr) {
+                stream.language = TagText(tags, GST_TAG_LANGUAGE_CODE);
+                stream.title = TagText(tags, GST_TAG_TITLE);
+                gst_tag_list_unref(tags);
+            }
+            streams.push_back(std::move(stream));
+        }
+        return streams;
+    }
+
+    unsigned int SelectStream(StreamKind kind, int index) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const bool audio = kind == StreamKind::AUDIO;
+        if (m_pipeline == nullptr || index < (audio ? 0 : -1) ||
+            index >= StreamCountLocked(audio ? "n-audio" : "n-text")) {
+            return MediaStatus::INVALID_ARGUMENT;
+        }
+        if (audio) {
+            g_object_set(m_pipeline, "current-audio", static_cast<gint>(index), nullptr);
+            return 0;
+        }
+        // Subtitles are rendered only while their flag is set; playbin
+        // builds or drops the text branch when it changes.
+        guint flags = 0;
+        g_object_get(m_pipeline, "flags", &flags, nullptr);
+        if (index >= 0) {
+            g_object_set(m_pipeline, "current-text", static_cast<gint>(index), nullptr);
+        }
+        flags = index >= 0 ? (flags | kPlayFlagText) : (flags & ~kPlayFlagText);
+        g_object_set(m_pipeline, "flags", flags, nullptr);
+        return 0;
+    }
+
+    int CurrentStream(StreamKind kind) override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const bool audio = kind == StreamKind::AUDIO;
+        if (m_pipeline == nullptr || StreamCountLocked(audio ? "n-audio" : "n-text") == 0) {
+            return -1;
+        }
+        guint flags = 0;
+        gint current = -1;
+        g_object_get(m_pipeline, "flags", &flags, audio ? "current-audio" : "current-text",
+                     &current, nullptr);
+        return audio || (flags & kPlayFlagText) != 0 ? current : -1;
+    }
+
     void SetWindow(std::uintptr_t handle) override {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_window = handle;
@@ -817,6 +891,32 @@ private:
         unsigned int status =
             Settle(m_pipeline, gst_element_get_state(m_pipeline, nullptr, nullptr, kSettleTimeout));
         return status;
+    }
+
+    // The caps of the decoded pictures, with a reference; null without a
+    // video branch.
+    GstCaps* VideoCapsLocked() {
+        if (m_pipeline == nullptr) {
+            return nullptr;
+        }
+        GstPad* pad = nullptr;
+        g_signal_emit_by_name(m_pipeline, "get-video-pad", 0, &pad);
+        if (pad == nullptr) {
+            return nullptr;
+        }
+        GstCaps* caps = gst_pad_get_current_caps(pad);
+        gst_object_unref(pad);
+        return caps;
+    }
+
+    static std::string TagText(const GstTagList* tags, const char* tag) {
+        gchar* value = nullptr;
+        if (!gst_tag_list_get_string(tags, tag, &value) || value == nullptr) {
+            return {};
+        }
+        std::string text(value);
+        g_free(value);
+        return text;
     }
 
     gint StreamCount(const char* property) {
