@@ -178,7 +178,7 @@ MDirectShowPlayer::MDirectShowPlayer()
       m_controls(std::make_unique<Controls>(*m_engine, *this)),
       m_metaData(std::make_unique<MMetaDataControlImpl>()),
       m_lyrics(std::make_unique<MLrcControlImpl>([this] { return m_engine->Position(); },
-                                                 [this](unsigned char type) { FireEvent(type); }),
+                                                 [this](unsigned char type) { FireEvent(type); })),
       m_streamControls(std::make_unique<StreamControls>(*m_engine, *this)) {
     m_engine->SetEventCallback([this](MediaEngine::Event event) {
         m_lyrics->SetPlaying(false);
