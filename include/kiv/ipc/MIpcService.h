@@ -30,9 +30,10 @@ public:
     unsigned int GetCommandList(std::vector<_tagIpcObject>& list);
     unsigned int GetEventList(std::vector<_tagIpcObject>& list);
     /// Runs the command in the server's process with `size` bytes of `data`
-    /// (at most 1,023 kept) and returns once its handler ran: 0, or
-    /// 0xFFFFFFFF when the server or command is unknown, the server ended
-    /// before running it, or the payload found no free slot in time.
+    /// (at most 1,023 kept) and returns once its handler ran: 0;
+    /// 0xFFFFFFFF when the server or command is unknown; IPC_NOT_DELIVERED
+    /// when the server ended before running it or the payload found no free
+    /// slot in time.
     /// `timeout` is not used, and the handler's result does not come back.
     unsigned int SendCommand(const wchar_t* name, const void* data, unsigned int size,
                              unsigned int timeout);
