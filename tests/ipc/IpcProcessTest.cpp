@@ -244,18 +244,4 @@ TEST(IpcAcrossProcesses, ADataSlotOfAProcessKilledHoldingItIsFreeAgain) {
     }
 }
 
-TEST(IpcAcrossProcesses, AKilledServersRecordGivesWayToTheNextOfItsNameAndLeavesTheList) {
-    HelperProcess killed(Child(), {"server", "ghost", kiv::test::TempPath("ghost.bin")});
-    ASSERT_TRUE(killed.AwaitReady());
-    killed.Kill();
-    ASSERT_EQ(killed.Wait(), 128 + SIGKILL);
-    MIpc ipc;
-    MIpcServer server;
-    server.SetServerName(L"ghost");
-    EXPECT_EQ(ipc.RegisterMyService(server), 0u);  // the name was taken by a dead one
-    std::vector<MIpcService> list;
-    EXPECT_EQ(ipc.GetServiceList(list), 1u);
-    EXPECT_EQ(ipc.GetServer(L"ghost", server), 0u);  // this process's now
-}
-
 }  // namespace

@@ -16,6 +16,12 @@
 //                          first round; runs until killed
 //   hold-slot              puts a payload into a data slot and sleeps until
 //                          killed
+//   listen <server> <event>
+//                          subscribes to the event and pumps until killed
+//   call <server> <command> <text>
+//                          ready once the server was found, then sends the
+//                          command with <text> and its terminator; exits 0
+//                          when it ran, 3 when it was not delivered, else 1
 #include <unistd.h>
 
 #include <cstdio>
@@ -120,6 +126,33 @@ int Churn(const char* name, const char* target) {
     }
 }
 
+int Listen(const char* server, const char* event) {
+    MIpcService service;
+    const std::wstring name(server, server + std::strlen(server));
+    const std::wstring wideEvent(event, event + std::strlen(event));
+    if (MIpc().GetService(name.c_str(), service) != 0 ||
+        service.SubscribeEvent(wideEvent.c_str(), Late) < 1) {
+        return 4;
+    }
+    kiv::test::ReportReady();
+    for (;;) {
+        PumpWindowMessages(-1);
+    }
+}
+
+int Call(const char* server, const char* command, const char* text) {
+    MIpcService service;
+    const std::wstring name(server, server + std::strlen(server));
+    const std::wstring wideCommand(command, command + std::strlen(command));
+    if (MIpc().GetService(name.c_str(), service) != 0) {
+        return 4;
+    }
+    kiv::test::ReportReady();
+    const unsigned rc = service.SendCommand(wideCommand.c_str(), text,
+                                            static_cast<unsigned>(std::strlen(text) + 1), 0);
+    return rc == 0 ? 0 : rc == IPC_NOT_DELIVERED ? 3 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -160,6 +193,12 @@ int main(int argc, char** argv) {
     }
     if (argc >= 4 && std::strcmp(argv[1], "churn") == 0) {
         return Churn(argv[2], argv[3]);
+    }
+    if (argc >= 4 && std::strcmp(argv[1], "listen") == 0) {
+        return Listen(argv[2], argv[3]);
+    }
+    if (argc >= 5 && std::strcmp(argv[1], "call") == 0) {
+        return Call(argv[2], argv[3], argv[4]);
     }
     if (argc >= 2 && std::strcmp(argv[1], "list") == 0) {
         std::vector<MIpcService> list;
