@@ -4,7 +4,8 @@
 // Event callbacks run on the thread that subscribed, while it pumps window
 // messages (<kiv/ipc/MessageWindow.h>); a callback receives the event's
 // payload (1,024 bytes, valid during the call) or null.
-// Results: 0 success, 0xFFFFFFFF failure, 0xFF without an implementation.
+// Results: 0 success, 0xFFFFFFFF failure, IPC_NOT_DELIVERED for a command
+// or event that did not arrive, 0xFF without an implementation.
 // Copies share one implementation, which lives as long as any copy.
 #pragma once
 
