@@ -17,7 +17,7 @@ namespace {
 
 using platform::SharedLockResult;
 
-constexpr std::uint32_t kReady = 0x4B495033u;  // "KIP3"
+constexpr std::uint32_t kReady = 0x4B495034u;  // "KIP4"
 
 SectionTrailer* TrailerOf(void* base) {
     return reinterpret_cast<SectionTrailer*>(static_cast<std::uint8_t*>(base) + kTrailerAt);
@@ -35,8 +35,10 @@ bool InitialiseSection(void* base) {
     Bytes(static_cast<std::uint8_t*>(base), kSectionSize).SetU32(kNextObjectIdAt, 1);
     SectionTrailer* trailer = new (TrailerOf(base)) SectionTrailer;
     trailer->nextToken.store(1, std::memory_order_relaxed);
-    for (auto& holder : trailer->slotHolder) {
-        holder.store(0, std::memory_order_relaxed);
+    for (std::int32_t i = 0; i < kSlotCount; ++i) {
+        trailer->slotHolder[i].store(0, std::memory_order_relaxed);
+        trailer->slotReader[i].store(0, std::memory_order_relaxed);
+        trailer->slotSerial[i].store(0, std::memory_order_relaxed);
     }
     if (!platform::InitSharedLock(&trailer->directoryLock) ||
         !platform::InitSharedLock(&trailer->dataLock)) {
@@ -44,6 +46,17 @@ bool InitialiseSection(void* base) {
     }
     trailer->ready.store(kReady, std::memory_order_release);
     return true;
+}
+
+// A window lives while its owner thread does; the window table finds the
+// owners that died.
+bool WindowLives(std::uint32_t window) {
+    return window != 0 && platform::GetWindowOwner(platform::WindowFromValue(window), nullptr) != 0;
+}
+
+// A slot's holder or reader, recorded as a process stamp, that still runs.
+bool StampLives(std::uint64_t stamp) {
+    return stamp != 0 && platform::ProcessStampIsAlive(stamp);
 }
 
 std::u16string RecordName(const Record& record) {
@@ -129,9 +142,13 @@ int IpcDirectory::FindServerIndex(std::u16string_view name) {
     return -1;
 }
 
-int IpcDirectory::LookUp(std::u16string_view name, Record& out) {
+int IpcDirectory::LookUp(std::u16string_view name, Record& out, bool live) {
     Locked lock(m_directoryLock);
-    const int index = FindServerIndex(name);
+    int index = FindServerIndex(name);
+    if (live && index >= 0 && !WindowLives(Section().U32(RecordAt(index) + kWindowAt))) {
+        SweepDeadLocked();
+        index = FindServerIndex(name);
+    }
     if (index >= 0) {
         std::memcpy(out.data(), m_base + RecordAt(index), kRecordSize);
     }
@@ -226,16 +243,6 @@ void IpcDirectory::RemoveSubscriberAt(std::size_t record, std::int32_t e, std::i
     }
     s.Clear(entry(remaining), 256);
 }
-
-namespace {
-
-// A window lives while its owner thread does; the window table finds the
-// owners that died.
-bool WindowLives(std::uint32_t window) {
-    return window != 0 && platform::GetWindowOwner(platform::WindowFromValue(window), nullptr) != 0;
-}
-
-}  // namespace
 
 void IpcDirectory::SweepDeadLocked() {
     Bytes s = Section();
@@ -474,14 +481,12 @@ std::uint32_t IpcDirectory::PutData(const void* data, std::uint32_t size) {
     }
     if (slot == kSlotCount) {
         // None free: take back the first one whose holder has ended (or that
-        // no process of this build recorded holding).
+        // no process of this build recorded holding) and that no live
+        // receiver is reading.
         slot = 0;
-        while (slot < kSlotCount) {
-            const std::uint64_t holder =
-                m_trailer->slotHolder[slot].load(std::memory_order_relaxed);
-            if (holder == 0 || !platform::ProcessStampIsAlive(holder)) {
-                break;
-            }
+        while (slot < kSlotCount &&
+               (StampLives(m_trailer->slotHolder[slot].load(std::memory_order_relaxed)) ||
+                StampLives(m_trailer->slotReader[slot].load(std::memory_order_relaxed)))) {
             ++slot;
         }
     }
@@ -494,6 +499,9 @@ std::uint32_t IpcDirectory::PutData(const void* data, std::uint32_t size) {
             s.Copy(payload, data, n);
         }
         m_trailer->slotHolder[slot].store(platform::ProcessStamp(), std::memory_order_relaxed);
+        m_trailer->slotReader[slot].store(0, std::memory_order_relaxed);
+        std::uint32_t serial = m_trailer->slotSerial[slot].load(std::memory_order_relaxed) + 1;
+        m_trailer->slotSerial[slot].store(serial != 0 ? serial : 1, std::memory_order_relaxed);
         s.SetByte(payload - 2, 1);
         return static_cast<std::uint32_t>(payload);
     }
@@ -521,7 +529,47 @@ void IpcDirectory::ReleaseData(std::uint32_t payload) {
     }
     Locked lock(m_dataLock);
     Section().SetByte(payload - 2, 0);
-    m_trailer->slotHolder[(payload - kSlotsAt - 2) / kSlotSize].store(0, std::memory_order_relaxed);
+    const std::uint32_t slot = SlotOf(payload);
+    m_trailer->slotHolder[slot].store(0, std::memory_order_relaxed);
+    m_trailer->slotReader[slot].store(0, std::memory_order_relaxed);
+}
+
+std::uint64_t IpcDirectory::MessageParam(std::uint32_t payload) {
+    if (Payload(payload) == nullptr) {
+        return 0;
+    }
+    // The caller holds the slot, so its filling cannot change meanwhile.
+    const std::uint64_t serial =
+        m_trailer->slotSerial[SlotOf(payload)].load(std::memory_order_relaxed);
+    return serial << 32 | payload;
+}
+
+void* IpcDirectory::Claim(std::uint64_t param) {
+    const auto payload = static_cast<std::uint32_t>(param);
+    void* address = Payload(payload);
+    if (address == nullptr) {
+        return nullptr;
+    }
+    const std::uint32_t slot = SlotOf(payload);
+    Locked lock(m_dataLock);
+    if (Section().Byte(payload - 2) == 0 ||
+        m_trailer->slotSerial[slot].load(std::memory_order_relaxed) != param >> 32) {
+        return nullptr;
+    }
+    m_trailer->slotReader[slot].store(platform::ProcessStamp(), std::memory_order_relaxed);
+    return address;
+}
+
+void IpcDirectory::Unclaim(std::uint64_t param) {
+    const auto payload = static_cast<std::uint32_t>(param);
+    if (Payload(payload) == nullptr) {
+        return;
+    }
+    const std::uint32_t slot = SlotOf(payload);
+    Locked lock(m_dataLock);
+    if (m_trailer->slotSerial[slot].load(std::memory_order_relaxed) == param >> 32) {
+        m_trailer->slotReader[slot].store(0, std::memory_order_relaxed);
+    }
 }
 
 void* IpcDirectory::Payload(std::uint32_t payload) {

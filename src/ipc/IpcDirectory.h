@@ -40,8 +40,15 @@ struct SectionTrailer {
     platform::SharedLock directoryLock;
     platform::SharedLock dataLock;
     // The process holding each data slot (a ProcessStamp), or 0: a slot
-    // whose holder has ended is free whatever its flag says.
+    // whose holder has ended is free whatever its flag says, unless a
+    // receiver is still reading it.
     std::atomic<std::uint64_t> slotHolder[kSlotCount];
+    // The receiver running a handler on each slot's payload (a
+    // ProcessStamp), or 0.
+    std::atomic<std::uint64_t> slotReader[kSlotCount];
+    // Raised each time a slot is filled: a message names the filling it
+    // carries, so a receiver never reads a later payload of the same slot.
+    std::atomic<std::uint32_t> slotSerial[kSlotCount];
 };
 
 inline constexpr std::size_t kTrailerAt = (kSectionSize + 7) / 8 * 8;
@@ -77,8 +84,10 @@ public:
 
     /// Index of the first server record named `name`, or -1. Lock held.
     int FindServerIndex(std::u16string_view name);
-    /// Copies the record named `name` into `out`; its index, or -1.
-    int LookUp(std::u16string_view name, Record& out);
+    /// Copies the record named `name` into `out`; its index, or -1. With
+    /// `live`, a record whose window has ended is swept out first and not
+    /// returned.
+    int LookUp(std::u16string_view name, Record& out, bool live = false);
     /// Copies every record in use, in directory order, after sweeping out
     /// those of ended servers.
     std::vector<Record> Records();
@@ -112,6 +121,16 @@ public:
     std::uint32_t AwaitData(const void* data, std::uint32_t size);
     /// Frees the slot of a payload offset; other values are ignored.
     void ReleaseData(std::uint32_t payload);
+    /// The message parameter that carries a payload offset from PutData:
+    /// the offset, and in the upper half the filling of the slot. 0 for 0.
+    std::uint64_t MessageParam(std::uint32_t payload);
+    /// For the receiver of a message parameter: the payload's address, with
+    /// the slot recorded as read by this process until Unclaim, so that it
+    /// is not taken back while a handler reads it. Null when the parameter
+    /// names no payload, or a filling that is gone (its sender died and the
+    /// slot was taken back): then the message must not be run.
+    void* Claim(std::uint64_t param);
+    void Unclaim(std::uint64_t param);
     /// The address in this process of a payload offset; null for 0 or any
     /// value that is not the offset of a payload.
     void* Payload(std::uint32_t payload);
@@ -134,6 +153,11 @@ private:
     void RemoveRecordAt(std::int32_t i);
     void RemoveSubscriberAt(std::size_t record, std::int32_t e, std::int32_t i);
     void SweepDeadLocked();
+    // The slot of a payload offset that Payload accepts.
+    static std::uint32_t SlotOf(std::uint32_t payload) {
+        return (payload - static_cast<std::uint32_t>(kSlotsAt) - 2) /
+               static_cast<std::uint32_t>(kSlotSize);
+    }
     // Copies the shared record named like `record` over it, if registered.
     void Refresh(Record& record);
     std::uint32_t NextObjectId();

@@ -14,7 +14,10 @@ namespace kiv::ipc::detail {
 namespace {
 
 // Runs the handler or callback stored with the id in wParam. Its result is
-// dropped: the sender always sees 0.
+// dropped: the sender always sees 0. A payload is read only while this
+// process is recorded reading it; a payload that is gone (its sender died
+// and the slot was taken back) is never replaced by whatever the slot now
+// holds: the message is not run, and nobody waits for it.
 std::intptr_t IpcWindowProcedure(HWND, unsigned int message, std::uintptr_t wParam,
                                  std::intptr_t lParam) {
     if (message != kEventMessage && message != kCommandMessage) {
@@ -24,8 +27,18 @@ std::intptr_t IpcWindowProcedure(HWND, unsigned int message, std::uintptr_t wPar
     if (directory == nullptr) {
         return 0;
     }
-    if (const Handler handler = directory->Resolve(static_cast<std::uint32_t>(wParam))) {
-        handler(directory->Payload(static_cast<std::uint32_t>(lParam)));
+    const Handler handler = directory->Resolve(static_cast<std::uint32_t>(wParam));
+    if (handler == nullptr) {
+        return 0;
+    }
+    const auto param = static_cast<std::uint64_t>(lParam);
+    if (param == 0) {
+        handler(nullptr);
+        return 0;
+    }
+    if (void* payload = directory->Claim(param)) {
+        handler(payload);
+        directory->Unclaim(param);
     }
     return 0;
 }

@@ -68,7 +68,8 @@ unsigned int MIpc::GetService(const wchar_t* name, MIpcService& service) {
     }
     IpcDirectory* directory = IpcDirectory::Current();
     Record record{};
-    if (directory == nullptr || directory->LookUp(RecordText(name, 1024), record) < 0) {
+    // A server that ended without unregistering is swept out, not returned.
+    if (directory == nullptr || directory->LookUp(RecordText(name, 1024), record, true) < 0) {
         return kFailed;
     }
     service.SetServerInfo(record.data());

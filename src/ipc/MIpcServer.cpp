@@ -12,6 +12,7 @@ namespace {
 
 constexpr unsigned int kNoImplementation = 0xFF;
 constexpr unsigned int kFailed = 0xFFFFFFFF;
+constexpr unsigned int kNotDelivered = IPC_NOT_DELIVERED;
 
 bool IsEmpty(const wchar_t* text) {
     return text == nullptr || text[0] == L'\0';
@@ -105,7 +106,8 @@ unsigned int MIpcServerImpl::SetEvent(const wchar_t* name, const void* data, uns
             std::intptr_t result = 0;
             const platform::SendOutcome outcome = platform::SendWindowMessageChecked(
                 platform::WindowFromValue(r.U32(at + kSubscriberWindowAt)), kEventMessage,
-                r.U32(at + kSubscriberIdAt), payload, &result);
+                r.U32(at + kSubscriberIdAt),
+                static_cast<std::intptr_t>(directory->MessageParam(payload)), &result);
             // A subscriber whose window is gone has ended: it is skipped, and
             // its subscription removed below.
             failed = failed || outcome == platform::SendOutcome::Failed;
@@ -116,7 +118,7 @@ unsigned int MIpcServerImpl::SetEvent(const wchar_t* name, const void* data, uns
     if (ended) {
         directory->SweepDead();
     }
-    return failed ? kFailed : 0;
+    return failed ? kNotDelivered : 0;
 }
 
 // --- facade -------------------------------------------------------------------

@@ -12,6 +12,7 @@ namespace {
 
 constexpr unsigned int kNoImplementation = 0xFF;
 constexpr unsigned int kFailed = 0xFFFFFFFF;
+constexpr unsigned int kNotDelivered = IPC_NOT_DELIVERED;
 
 }  // namespace
 
@@ -40,18 +41,19 @@ unsigned int MIpcServiceImpl::SendCommand(const wchar_t* name, const void* data,
     if (size != 0) {
         payload = directory->AwaitData(data, size);
         if (payload == 0) {
-            return kFailed;  // never sent without the payload it was given
+            return kNotDelivered;  // never sent without the payload it was given
         }
     }
     std::intptr_t result = 0;
     const platform::SendOutcome outcome = platform::SendWindowMessageChecked(
         platform::WindowFromValue(r.U32(kWindowAt)), kCommandMessage,
-        r.U32(CommandAt(c) + kCommandIdAt), payload, &result);
+        r.U32(CommandAt(c) + kCommandIdAt),
+        static_cast<std::intptr_t>(directory->MessageParam(payload)), &result);
     directory->ReleaseData(payload);
     if (outcome == platform::SendOutcome::NoWindow) {
         directory->SweepDead();  // the server ended without unregistering
     }
-    return outcome == platform::SendOutcome::Ran ? 0 : kFailed;
+    return outcome == platform::SendOutcome::Ran ? 0 : kNotDelivered;
 }
 
 int MIpcServiceImpl::SubscribeEvent(const wchar_t* name, int (*callback)(void*)) {

@@ -334,7 +334,7 @@ TEST(IpcDirectory, ACommandWhosePayloadFindsNoSlotFailsWithoutRunningItsHandler)
         ASSERT_NE(slots.back(), 0u);
     }
     g_calls.clear();
-    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), 0xFFFFFFFFu);
+    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), IPC_NOT_DELIVERED);
     EXPECT_TRUE(g_calls.empty());
     EXPECT_EQ(service.SendCommand(L"c", nullptr, 0, 0), 0u);  // no payload, no slot needed
     d.ReleaseData(slots[4]);
@@ -350,11 +350,14 @@ TEST(IpcDirectory, GarbageInTheSectionMakesNoOperationLeaveIt) {
     Bytes s = d.Section();
     MIpc ipc;
     // Everything mapped beyond the section is compared with what it held
-    // before, the locks excepted (their bytes change while they are held).
+    // before, the locks and the slots' fill counters excepted (their bytes
+    // change with every use).
     const Bytes all(s.Data(), kMappedSize);
     const std::size_t locksAt = kTrailerAt + offsetof(SectionTrailer, directoryLock);
     const std::size_t locksEnd =
         kTrailerAt + offsetof(SectionTrailer, dataLock) + sizeof(kiv::platform::SharedLock);
+    const std::size_t serialsAt = kTrailerAt + offsetof(SectionTrailer, slotSerial);
+    const std::size_t serialsEnd = serialsAt + sizeof(SectionTrailer::slotSerial);
     std::vector<std::uint8_t> before;
     std::vector<std::uint8_t> after;
     for (unsigned seed = 1; seed <= 40; ++seed) {
@@ -404,7 +407,7 @@ TEST(IpcDirectory, GarbageInTheSectionMakesNoOperationLeaveIt) {
         std::vector<std::uint8_t>& bytes = seed == 1 ? before : after;
         bytes.clear();
         for (std::size_t i = kSectionSize; i < kMappedSize; ++i) {
-            if (i < locksAt || i >= locksEnd) {
+            if ((i < locksAt || i >= locksEnd) && (i < serialsAt || i >= serialsEnd)) {
                 bytes.push_back(all.Byte(i));
             }
         }

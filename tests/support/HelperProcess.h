@@ -28,8 +28,10 @@ inline void ReportReady() {
 
 class HelperProcess {
 public:
-    /// Starts `program` with `args`; the environment is inherited.
-    HelperProcess(const std::string& program, const std::vector<std::string>& args) {
+    /// Starts `program` with `args`; the environment is inherited, and the
+    /// standard output too unless `output` names a file to write it to.
+    HelperProcess(const std::string& program, const std::vector<std::string>& args,
+                  const std::string& output = {}) {
         int fds[2];
         if (pipe2(fds, O_CLOEXEC) != 0) {
             return;
@@ -44,6 +46,10 @@ public:
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, fds[1], kReadyFd);
+        if (!output.empty()) {
+            posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
+                                             O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        }
         if (posix_spawn(&m_pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
             m_pid = -1;
         }

@@ -243,6 +243,11 @@ int Call(int argc, char** argv) {
     }
     const unsigned rc = service.SendCommand(Wide(argv[3]).c_str(), payload.data(),
                                             static_cast<unsigned>(payload.size()), 0);
+    if (rc == kiv::ipc::IPC_NOT_DELIVERED) {
+        std::fprintf(stderr, "kivipc: %s was not delivered to \"%s\" (0x%08X)\n", argv[3], argv[2],
+                     rc);
+        return 1;
+    }
     if (rc != 0) {
         std::fprintf(stderr, "kivipc: \"%s\" is no longer registered\n", argv[2]);
         return 1;

@@ -44,8 +44,8 @@ public:
     unsigned int RemoveEvent(const wchar_t* name);
     /// Delivers `size` bytes of `data` (at most 1,023 kept; none when null or
     /// 0) to every subscriber of the event, waiting for each. 0, or
-    /// 0xFFFFFFFF when a live subscriber could not be reached or no data
-    /// slot came free; subscribers that ended are skipped.
+    /// IPC_NOT_DELIVERED when a live subscriber could not be reached or no
+    /// data slot came free; subscribers that ended are skipped.
     unsigned int SetEvent(const wchar_t* name, const void* data, unsigned int size);
     /// The commands, or events, of the server as registered (or as this
     /// object holds them when it is not registered).

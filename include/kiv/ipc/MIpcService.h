@@ -4,7 +4,8 @@
 // Event callbacks run on the thread that subscribed, while it pumps window
 // messages (<kiv/ipc/MessageWindow.h>); a callback receives the event's
 // payload (1,024 bytes, valid during the call) or null.
-// Results: 0 success, 0xFFFFFFFF failure, 0xFF without an implementation.
+// Results: 0 success, 0xFFFFFFFF failure, IPC_NOT_DELIVERED for a command
+// or event that did not arrive, 0xFF without an implementation.
 // Copies share one implementation, which lives as long as any copy.
 #pragma once
 
@@ -30,9 +31,10 @@ public:
     unsigned int GetCommandList(std::vector<_tagIpcObject>& list);
     unsigned int GetEventList(std::vector<_tagIpcObject>& list);
     /// Runs the command in the server's process with `size` bytes of `data`
-    /// (at most 1,023 kept) and returns once its handler ran: 0, or
-    /// 0xFFFFFFFF when the server or command is unknown, the server ended
-    /// before running it, or the payload found no free slot in time.
+    /// (at most 1,023 kept) and returns once its handler ran: 0;
+    /// 0xFFFFFFFF when the server or command is unknown; IPC_NOT_DELIVERED
+    /// when the server ended before running it or the payload found no free
+    /// slot in time.
     /// `timeout` is not used, and the handler's result does not come back.
     unsigned int SendCommand(const wchar_t* name, const void* data, unsigned int size,
                              unsigned int timeout);
