@@ -27,7 +27,9 @@ struct MediaStatus {
     static constexpr unsigned int NO_VIDEO = 0x03000007;          ///< a video operation, no video
     static constexpr unsigned int TIMEOUT = 0x03000008;           ///< the pipeline did not settle
     static constexpr unsigned int UNAVAILABLE = 0x03000009;       ///< the engine cannot start
-    static constexpr unsigned int WRITE_FAILED = 0x0300000A;      ///< a recording cannot be written
+    /// A recording cannot be written: the pipeline's failure word, since
+    /// the media family has codes 1 to 9 only.
+    static constexpr unsigned int WRITE_FAILED = ENGINE_FAILURE;
 };
 
 class MediaEngine {

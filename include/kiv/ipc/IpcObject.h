@@ -6,8 +6,8 @@ namespace kiv::ipc {
 
 /// A command or event that was not delivered: the server or subscriber
 /// ended before its handler ran, the payload found no data slot, or the
-/// message could not be queued. Module 6 (IPC), code 1.
-inline constexpr unsigned int IPC_NOT_DELIVERED = 0x06000001;
+/// message could not be queued. Module 8 (IPC), code 1.
+inline constexpr unsigned int IPC_NOT_DELIVERED = 0x08000001;
 
 /// A name (at most 31 characters) and a description (at most 63), both
 /// terminated; zero-filled before they are copied in.
