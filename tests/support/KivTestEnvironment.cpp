@@ -265,15 +265,19 @@ std::string PseudoTerminal::Read(std::size_t count, int timeoutMs) {
     return out;
 }
 
-bool WaitForFile(const std::string& path, int timeoutMs) {
+bool Eventually(const std::function<bool()>& done, int timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!std::filesystem::exists(path)) {
+    while (!done()) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
+}
+
+bool WaitForFile(const std::string& path, int timeoutMs) {
+    return Eventually([&] { return std::filesystem::exists(path); }, timeoutMs);
 }
 
 std::string CopyExecutable(const std::string& program, const std::string& name) {

@@ -9,6 +9,7 @@
 // see nothing of each other.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,9 @@ private:
     int m_master = -1;
     std::string m_slave;
 };
+
+/// Polls `done` every 2 ms for up to `timeoutMs`; true once it holds.
+bool Eventually(const std::function<bool()>& done, int timeoutMs = 20000);
 
 /// Waits up to `timeoutMs` for `path` to exist.
 bool WaitForFile(const std::string& path, int timeoutMs);

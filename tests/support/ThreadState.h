@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/KivTestEnvironment.h"
+
 namespace kiv::test {
 
 /// The kernel id of the calling thread.
@@ -27,17 +29,14 @@ inline int CurrentThreadId() {
 inline bool WaitUntilThreadOfInFutexWait(int pid, int tid, int limitMs = 20000) {
     const std::string path =
         "/proc/" + std::to_string(pid) + "/task/" + std::to_string(tid) + "/wchan";
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (std::chrono::steady_clock::now() < end) {
-        std::ifstream in(path);
-        std::string where;
-        in >> where;
-        if (where.rfind("futex", 0) == 0) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return false;
+    return Eventually(
+        [&] {
+            std::ifstream in(path);
+            std::string where;
+            in >> where;
+            return where.rfind("futex", 0) == 0;
+        },
+        limitMs);
 }
 
 /// The same for thread `tid` of this process.
@@ -66,14 +65,7 @@ inline int BaselineThreadCount() {
 /// Waits until this process has `count` threads, for at most `limitMs`;
 /// false if it never does.
 inline bool WaitForThreadCount(int count, int limitMs = 20000) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (ThreadCount() != count) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    return Eventually([&] { return ThreadCount() == count; }, limitMs);
 }
 
 /// Threads that each run `work` once, for tests of waits: the test can make
