@@ -12,49 +12,11 @@ namespace {
 
 using kiv::system::concurrent::MConcurObject;
 
-// Threads that each wait once on an object, without timeout.
-class Waiters {
-public:
-    Waiters(MConcurObject& object, int count) : m_tids(count) {
-        for (int i = 0; i < count; ++i) {
-            m_threads.emplace_back([this, &object, i] {
-                m_tids[i].store(kiv::test::CurrentThreadId());
-                m_woken.fetch_add(object.Wait());
-            });
-        }
-    }
-    ~Waiters() { Join(); }
-
-    bool AllAsleep() {
-        for (auto& tid : m_tids) {
-            while (tid.load() == 0) {
-                std::this_thread::yield();
-            }
-            if (!kiv::test::WaitUntilInFutexWait(tid.load())) {
-                return false;
-            }
-        }
-        return true;
-    }
-    int AwaitWoken(int n) {
-        for (int i = 0; i < 30000 && m_woken.load() < n; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return m_woken.load();
-    }
-    int Woken() const { return m_woken.load(); }
-    void Join() {
-        for (auto& t : m_threads) {
-            if (t.joinable()) {
-                t.join();
-            }
-        }
-    }
-
-private:
-    std::vector<std::atomic<int>> m_tids;
-    std::atomic<int> m_woken{0};
-    std::vector<std::thread> m_threads;
+// Threads that each wait once on an object, without timeout; Sum() counts
+// the waits that were woken.
+struct Waiters : kiv::test::BlockedThreads {
+    Waiters(MConcurObject& object, int count)
+        : BlockedThreads(count, [&object] { return object.Wait(); }) {}
 };
 
 TEST(MConcurObject, WithoutAWaiterOneNotifyIsRememberedAndNotifyAllNothing) {
@@ -72,18 +34,18 @@ TEST(MConcurObject, NotifyWakesOneWaiterAndNotifyAllWakesEvery) {
     Waiters two(object, 2);
     ASSERT_TRUE(two.AllAsleep());
     object.Notify();
-    EXPECT_EQ(two.AwaitWoken(1), 1);
+    EXPECT_EQ(two.AwaitDone(1), 1);
     EXPECT_EQ(object.Wait(0), 0) << "consumed by the woken waiter";
-    EXPECT_EQ(two.Woken(), 1);
+    EXPECT_EQ(two.Sum(), 1);
     object.Notify();
     two.Join();
-    EXPECT_EQ(two.Woken(), 2);
+    EXPECT_EQ(two.Sum(), 2);
 
     Waiters three(object, 3);
     ASSERT_TRUE(three.AllAsleep());
     object.NotifyAll();
     three.Join();
-    EXPECT_EQ(three.Woken(), 3);
+    EXPECT_EQ(three.Sum(), 3);
     EXPECT_EQ(object.Wait(0), 0);
 }
 
@@ -124,7 +86,7 @@ TEST(MConcurObject, GenerationsSurviveWaitsRacingBroadcasts) {
     ASSERT_TRUE(one.AllAsleep());
     object.NotifyAll();
     one.Join();
-    EXPECT_EQ(one.Woken(), 1);
+    EXPECT_EQ(one.Sum(), 1);
 }
 
 TEST(MConcurObject, CopyingMovesTheObject) {

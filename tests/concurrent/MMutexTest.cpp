@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <functional>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -18,36 +18,15 @@ using kiv::system::concurrent::MLock;
 using kiv::system::concurrent::MMutex;
 using kiv::system::concurrent::MSynchronizedBlock;
 
-// A thread that takes `take` and records when it got it; the test can make
-// sure it is blocked before letting it through.
-class Contender {
-public:
-    template <typename Take>
-    explicit Contender(Take take)
-        : m_thread([this, take] {
-              m_tid.store(kiv::test::CurrentThreadId());
+// A thread that takes `take`; the test can make sure it is blocked before
+// letting it through.
+struct Contender : kiv::test::BlockedThreads {
+    explicit Contender(std::function<void()> take)
+        : BlockedThreads([take] {
               take();
-              m_got.store(true);
+              return 0;
           }) {}
-    ~Contender() { Join(); }
-
-    bool Blocked() {
-        while (m_tid.load() == 0) {
-            std::this_thread::yield();
-        }
-        return kiv::test::WaitUntilInFutexWait(m_tid.load());
-    }
-    bool Got() const { return m_got.load(); }
-    void Join() {
-        if (m_thread.joinable()) {
-            m_thread.join();
-        }
-    }
-
-private:
-    std::atomic<int> m_tid{0};
-    std::atomic<bool> m_got{false};
-    std::thread m_thread;
+    bool Got() const { return Done() == 1; }
 };
 
 TEST(MMutex, MutexAndLockExcludeOtherThreads) {
@@ -101,7 +80,7 @@ TEST(MMutex, CopyingMovesTheLockAndLeavesTheSourceEmpty) {
         assigned.Aquire();
         assigned.Release();
     });
-    EXPECT_TRUE(other.Blocked()) << "the lock still excludes other threads";
+    EXPECT_TRUE(other.AllAsleep()) << "the lock still excludes other threads";
     EXPECT_FALSE(other.Got());
     assigned.Release();
     other.Join();
@@ -115,7 +94,7 @@ TEST(MSynchronizedBlock, HoldsTheMutexForItsScopeAndCopiesReleaseWithoutTakingIt
     {
         MSynchronizedBlock block(&mutex);
         other.emplace([&] { MSynchronizedBlock inner(&mutex); });
-        ASSERT_TRUE(other->Blocked());
+        ASSERT_TRUE(other->AllAsleep());
         mutex.Aquire();                      // held twice
         { MSynchronizedBlock copy(block); }  // the copy took nothing and released once
         EXPECT_FALSE(other->Got()) << "still held once";

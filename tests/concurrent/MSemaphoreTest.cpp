@@ -53,20 +53,12 @@ TEST(MSemaphore, StartsFullAndUnitsAreTakenAndGivenBackWithinTheCount) {
 TEST(MSemaphore, TryAquireOfSeveralUnitsTakesThemAllWhenTheyArriveInTime) {
     MSemaphore s(2);
     s.Aquire(2);
-    std::atomic<int> tid{0};
-    std::atomic<int> result{-1};
-    std::thread taker([&] {
-        tid.store(kiv::test::CurrentThreadId());
-        result.store(s.TryAquire(2, 60000));
-    });
-    while (tid.load() == 0) {
-        std::this_thread::yield();
-    }
-    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(tid.load()));
+    kiv::test::BlockedThreads taker([&] { return s.TryAquire(2, 60000); });
+    ASSERT_TRUE(taker.AllAsleep());
     s.Release();
     s.Release();
-    taker.join();
-    EXPECT_EQ(result.load(), 1);
+    taker.Join();
+    EXPECT_EQ(taker.Sum(), 1);
     EXPECT_EQ(Units(s), 0);
 }
 

@@ -371,8 +371,6 @@ TEST(MFileManager, CopyTreeReproducesTheTreeAndCountsWhatItDid) {
     EXPECT_FALSE(fs::exists(root + "/sub/inside"));
     EXPECT_EQ(manager.CopyTree(Wide(root + "/none").c_str(), Wide(Root("c2")).c_str()),
               ERROR_PATH_NOT_FOUND);
-    EXPECT_EQ(manager.CopyTree(Wide(root).c_str(), Wide(Root("no/c2")).c_str()),
-              ERROR_PATH_NOT_FOUND);
     EXPECT_EQ(manager.CopyTree(Wide(root + "/a.txt").c_str(), Wide(Root("c2")).c_str()),
               ERROR_DIRECTORY);
 }
@@ -502,13 +500,4 @@ TEST(MFileManager, MovesAcrossFileSystemsCopyThenDeleteAndUndoAFailedCopy) {
     EXPECT_FALSE(fs::exists(other + "/t/a.txt"));
     EXPECT_EQ(Snapshot(kiv::test::TestRoot()).at("a.txt"), source.at("a.txt"));
     fs::remove_all(other);
-}
-
-TEST(MFileManager, CopiesShareOneImplementation) {
-    MFileManager manager;
-    MFileManager copy(manager);
-    MFileManager assigned;
-    assigned = copy;
-    EXPECT_EQ(assigned.CreateDirectory(Wide(Root("made")).c_str()), ERROR_SUCCESS);
-    EXPECT_EQ(manager.CreateDirectory(Wide(Root("made")).c_str()), ERROR_ALREADY_EXISTS);
 }

@@ -20,16 +20,6 @@ protected:
 
 }  // namespace
 
-TEST(MByteBuffer, NewBufferIsEmptyAndLittleEndian) {
-    MByteBuffer b;
-    EXPECT_EQ(b.GetBuffer(), nullptr);
-    EXPECT_EQ(b.GetSize(), 0);
-    EXPECT_EQ(b.Capacity(), 0);
-    EXPECT_EQ(b.GetPosition(), 0);
-    EXPECT_EQ(b.GetEndian(), MByteBuffer::LITTLE_ENDIAN);
-    EXPECT_EQ(b.GetInt(), 0);
-}
-
 TEST_F(WrappedBuffer, TypedReadsFollowTheDeclaredByteOrder) {
     EXPECT_EQ(buffer.GetInt(0), 0x78563412);
     EXPECT_EQ(buffer.GetUnsignedShort(2), 0x7856);

@@ -8,10 +8,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <functional>
 #include <string>
-#include <thread>
 
 #include "support/KivTestEnvironment.h"
 
@@ -51,18 +48,6 @@ inline void SetGps(const wchar_t* name, unsigned int value) {
     kiv::system::MRegistry key;
     key.Create(HKEY_CURRENT_USER, kGpsKeyPath, nullptr, 0, KEY_ALL_ACCESS, nullptr, nullptr);
     key.SetValue(value, name);
-}
-
-/// Polls `done` every 10 ms for up to `timeoutMs`; true once it holds.
-inline bool Eventually(const std::function<bool()>& done, int timeoutMs = 20000) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
 }
 
 /// The daemon of the running test's namespace runs while it holds its lock,

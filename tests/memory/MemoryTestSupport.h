@@ -41,7 +41,6 @@ public:
         live[p] = n;
         last = p;
         lastSize = n;
-        granted.push_back(p);
         ++grants;
         return p;
     }
@@ -71,7 +70,6 @@ public:
     }
 
     std::map<char*, unsigned int> live;
-    std::vector<char*> granted;  // in the order given
     std::vector<char*> freed;
     std::function<bool()> refuse;
     bool refuseAll = false;
@@ -81,12 +79,6 @@ public:
     char* last = nullptr;
     unsigned int lastSize = 0;
 };
-
-inline std::uint32_t Word(const void* at) {
-    std::uint32_t value;
-    std::memcpy(&value, at, sizeof value);
-    return value;
-}
 
 inline bool AllBytes(const void* p, std::size_t n, unsigned char value) {
     auto bytes = static_cast<const unsigned char*>(p);

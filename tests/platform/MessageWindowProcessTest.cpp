@@ -89,17 +89,12 @@ TEST(MessageWindowAcrossProcesses, ASendToAProcessThatDiesReturnsZeroAndItsWindo
     ASSERT_TRUE(child.AwaitReady());
     const HWND silent = FindMessageWindow(L"silent", std::nullopt);
     ASSERT_NE(silent, nullptr);
-    std::atomic<int> senderTid{0};
-    auto result = std::async(std::launch::async, [&] {
-        senderTid.store(kiv::test::CurrentThreadId());
-        return SendWindowMessage(silent, kAdd, 1, 1);
-    });
-    while (senderTid.load() == 0) {
-        usleep(1000);
-    }
-    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(senderTid.load()));
+    kiv::test::BlockedThreads sender(
+        [&] { return static_cast<int>(SendWindowMessage(silent, kAdd, 1, 1)); });
+    ASSERT_TRUE(sender.AllAsleep());
     child.Kill();
-    EXPECT_EQ(result.get(), 0);  // returns, instead of waiting for ever
+    EXPECT_EQ(sender.AwaitDone(1), 1) << "returns, instead of waiting for ever";
+    EXPECT_EQ(sender.Sum(), 0);
     EXPECT_EQ(FindMessageWindow(L"silent", std::nullopt), nullptr);
     EXPECT_FALSE(PostWindowMessage(silent, kAdd, 0, 0));
 }

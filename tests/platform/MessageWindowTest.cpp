@@ -192,18 +192,13 @@ TEST(MessageWindow, MoreSendersThanAQueueHoldsAllWaitForRoomAndRun) {
 TEST(MessageWindow, DestroyingAWindowEndsASendThatWaitsForIt) {
     ResetCounters();
     const HWND window = CreateMessageWindow(L"doomed", L"", Procedure);
-    std::atomic<int> senderTid{0};
-    auto result = std::async(std::launch::async, [&] {
-        senderTid.store(kiv::test::CurrentThreadId());
-        return SendWindowMessage(window, kAdd, 1, 1);
-    });
-    while (senderTid.load() == 0) {
-        std::this_thread::yield();
-    }
-    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(senderTid.load()));
+    kiv::test::BlockedThreads sender(
+        [&] { return static_cast<int>(SendWindowMessage(window, kAdd, 1, 1)); });
+    ASSERT_TRUE(sender.AllAsleep());
     ASSERT_TRUE(PostWindowMessage(window, kSequence, 0, 0));
     EXPECT_TRUE(DestroyMessageWindow(window));
-    EXPECT_EQ(result.get(), 0);
+    EXPECT_EQ(sender.AwaitDone(1), 1);
+    EXPECT_EQ(sender.Sum(), 0);
     EXPECT_FALSE(PostWindowMessage(window, kSequence, 0, 0));
     EXPECT_EQ(SendWindowMessage(window, kAdd, 1, 1), 0);
     EXPECT_FALSE(DestroyMessageWindow(window));

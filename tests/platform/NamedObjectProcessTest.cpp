@@ -52,19 +52,11 @@ TEST(NamedObjectsAcrossProcesses, AnEventSetInTheParentWakesAWaitForAnyInAChild)
 TEST(NamedObjectsAcrossProcesses, AnEventSetInAChildWakesAWaitForAnyInTheParent) {
     Event a = Event::Create(L"a", EventReset::Automatic, false);
     Event b = Event::Create(L"b", EventReset::Automatic, false);
-    std::atomic<int> result{-100};
-    std::atomic<int> tid{0};
-    std::thread waiter([&] {
-        tid.store(kiv::test::CurrentThreadId());
-        result.store(WaitForAny({&a, &b}, 60000));
-    });
-    while (tid.load() == 0) {
-        std::this_thread::yield();
-    }
-    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(tid.load()));
+    kiv::test::BlockedThreads waiter([&] { return WaitForAny({&a, &b}, 60000); });
+    ASSERT_TRUE(waiter.AllAsleep());
     EXPECT_EQ(kiv::test::RunProcess(Child(), {"set", "b"}), 0);
-    waiter.join();
-    EXPECT_EQ(result.load(), 1);
+    waiter.Join();
+    EXPECT_EQ(waiter.Sum(), 1);
 }
 
 TEST(NamedObjectsAcrossProcesses, ASemaphoreHandsOutExactlyItsUnitsAcrossProcesses) {

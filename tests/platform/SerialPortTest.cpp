@@ -46,12 +46,7 @@ TEST_F(SerialPortOnPty, BytesFromTheDeviceAreCountedAndRead) {
     char buffer[64];
     EXPECT_EQ(port->Read(buffer, sizeof buffer, 0), 0) << "nothing waiting: the poll times out";
     ASSERT_TRUE(pty.Write("$GPRMC,1\r\n"));
-    int waiting = 0;
-    for (int i = 0; i < 200 && waiting < 10; ++i) {
-        waiting = port->BytesWaiting();
-        usleep(5000);
-    }
-    EXPECT_EQ(waiting, 10);
+    EXPECT_TRUE(kiv::test::Eventually([&] { return port->BytesWaiting() == 10; }));
     EXPECT_EQ(port->Read(buffer, 4, 1000), 4);
     EXPECT_EQ(std::string(buffer, 4), "$GPR");
     EXPECT_EQ(port->Read(buffer, sizeof buffer, 1000), 6);
@@ -106,9 +101,7 @@ TEST(SerialPort, OpeningMakesTheLineRawButKeepsDataBitsParityAndStopBits) {
 
 TEST_F(SerialPortOnPty, PurgeDropsPendingInput) {
     ASSERT_TRUE(pty.Write("stale bytes"));
-    for (int i = 0; i < 200 && port->BytesWaiting() < 11; ++i) {
-        usleep(5000);
-    }
+    ASSERT_TRUE(kiv::test::Eventually([&] { return port->BytesWaiting() == 11; }));
     EXPECT_TRUE(port->Purge());
     EXPECT_EQ(port->BytesWaiting(), 0);
 }

@@ -25,55 +25,11 @@ using kiv::platform::WaitForAny;
 
 constexpr int kLong = 30000;  // for things that must happen
 
-// Threads that each wait once on `object` and count how their waits end.
-class Waiters {
-public:
-    Waiters(const Waitable& object, int count) {
-        for (int i = 0; i < count; ++i) {
-            m_threads.emplace_back([this, &object, i] {
-                m_tids[i].store(kiv::test::CurrentThreadId());
-                m_succeeded.fetch_add(WaitFor(object, kLong) == 0 ? 1 : 0);
-                m_done.fetch_add(1);
-            });
-        }
-    }
-    ~Waiters() { Join(); }
-
-    // Returns once every thread sleeps in its wait.
-    bool AllAsleep() {
-        for (std::size_t i = 0; i < m_threads.size(); ++i) {
-            while (m_tids[i].load() == 0) {
-                std::this_thread::yield();
-            }
-            if (!kiv::test::WaitUntilInFutexWait(m_tids[i].load())) {
-                return false;
-            }
-        }
-        return true;
-    }
-    // Returns once `n` waits have ended (or after a long time).
-    int AwaitDone(int n) {
-        for (int i = 0; i < kLong && m_done.load() < n; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return m_done.load();
-    }
-    int Done() const { return m_done.load(); }
-    void Join() {
-        for (auto& t : m_threads) {
-            if (t.joinable()) {
-                t.join();
-            }
-        }
-    }
-    // The waits that ended with the object signalled.
-    int Succeeded() const { return m_succeeded.load(); }
-
-private:
-    std::atomic<int> m_tids[8] = {};
-    std::atomic<int> m_succeeded{0};
-    std::atomic<int> m_done{0};
-    std::vector<std::thread> m_threads;
+// Threads that each wait once on `object`; Sum() counts the waits that
+// ended with the object signalled.
+struct Waiters : kiv::test::BlockedThreads {
+    Waiters(const Waitable& object, int count)
+        : BlockedThreads(count, [&object] { return WaitFor(object, kLong) == 0 ? 1 : 0; }) {}
 };
 
 TEST(Event, AutomaticEventReleasesOneWaiterPerSetOrPulseAndStaysSignalledUntilAWait) {
@@ -91,7 +47,7 @@ TEST(Event, AutomaticEventReleasesOneWaiterPerSetOrPulseAndStaysSignalledUntilAW
         EXPECT_EQ(waiters.Done(), 2);
         event.Set();
         waiters.Join();
-        EXPECT_EQ(waiters.Succeeded(), 3);
+        EXPECT_EQ(waiters.Sum(), 3);
     }
     {
         Waiters waiters(event, 1);
@@ -99,7 +55,7 @@ TEST(Event, AutomaticEventReleasesOneWaiterPerSetOrPulseAndStaysSignalledUntilAW
         event.Set();
         event.Set();  // releases nobody: leaves the event signalled
         waiters.Join();
-        EXPECT_EQ(waiters.Succeeded(), 1);
+        EXPECT_EQ(waiters.Sum(), 1);
     }
     EXPECT_EQ(WaitFor(event, 0), 0);
     EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
@@ -119,7 +75,7 @@ TEST(Event, ManualEventReleasesEveryWaiterAndStaysSignalledUntilResetWhileAPulse
         ASSERT_TRUE(waiters.AllAsleep());
         event.Set();
         waiters.Join();
-        EXPECT_EQ(waiters.Succeeded(), 3);
+        EXPECT_EQ(waiters.Sum(), 3);
     }
     EXPECT_EQ(WaitFor(event, 0), 0);
     EXPECT_EQ(WaitFor(event, 0), 0);
@@ -130,7 +86,7 @@ TEST(Event, ManualEventReleasesEveryWaiterAndStaysSignalledUntilResetWhileAPulse
         ASSERT_TRUE(waiters.AllAsleep());
         event.Pulse();
         waiters.Join();
-        EXPECT_EQ(waiters.Succeeded(), 2);
+        EXPECT_EQ(waiters.Sum(), 2);
     }
     EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
     event.Set();
@@ -171,7 +127,7 @@ TEST(Semaphore, AReleaseOfNWakesNWaiters) {
     EXPECT_EQ(WaitFor(sem, 0), kWaitTimeout);
     sem.Release(1);
     waiters.Join();
-    EXPECT_EQ(waiters.Succeeded(), 3);
+    EXPECT_EQ(waiters.Sum(), 3);
 }
 
 TEST(WaitForAny, ReturnsTheLowestSignalledIndexConsumesOnlyThatObjectAndTimesOut) {
@@ -193,19 +149,11 @@ TEST(WaitForAny, WakesForTheObjectSignalledByAnotherThread) {
     for (const Event& e : events) {
         list.push_back(&e);
     }
-    std::atomic<int> tid{0};
-    std::atomic<int> result{-100};
-    std::thread waiter([&] {
-        tid.store(kiv::test::CurrentThreadId());
-        result.store(WaitForAny(list, kLong));
-    });
-    while (tid.load() == 0) {
-        std::this_thread::yield();
-    }
-    ASSERT_TRUE(kiv::test::WaitUntilInFutexWait(tid.load()));
+    kiv::test::BlockedThreads waiter([&] { return WaitForAny(list, kLong); });
+    ASSERT_TRUE(waiter.AllAsleep());
     events[41].Set();
-    waiter.join();
-    EXPECT_EQ(result.load(), 41);
+    waiter.Join();
+    EXPECT_EQ(waiter.Sum(), 41);
     EXPECT_EQ(WaitFor(events[41], 0), kWaitTimeout);
 }
 

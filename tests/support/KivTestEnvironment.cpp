@@ -81,64 +81,64 @@ std::string HelperPath(const std::string& program) {
 }
 
 int RunProcess(const std::string& program, const std::vector<std::string>& args) {
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(program.c_str()));
-    for (const auto& a : args) {
-        argv.push_back(const_cast<char*>(a.c_str()));
-    }
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
-        return -1;
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return -1;
-        }
-    }
-    if (WIFEXITED(status)) {
-        return WEXITSTATUS(status);
-    }
-    if (WIFSIGNALED(status)) {
-        return 128 + WTERMSIG(status);
-    }
-    return -1;
+    return ChildProcess(program, args).Wait();
 }
 
-ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& args) {
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& args,
+                           const std::string& output) {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        return;
+    }
+    m_ready = fds[0];
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(program.c_str()));
     for (const auto& a : args) {
         argv.push_back(const_cast<char*>(a.c_str()));
     }
     argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], kReadyFd);
+    if (!output.empty()) {
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    }
     pid_t pid = 0;
-    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) == 0) {
+    if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) == 0) {
         m_pid = pid;
     }
+    posix_spawn_file_actions_destroy(&actions);
+    close(fds[1]);
 }
 
 ChildProcess::ChildProcess(ChildProcess&& other) noexcept
-    : m_pid(other.m_pid), m_status(other.m_status), m_reaped(other.m_reaped) {
+    : m_pid(other.m_pid),
+      m_ready(other.m_ready),
+      m_status(other.m_status),
+      m_reaped(other.m_reaped) {
     other.m_pid = -1;
+    other.m_ready = -1;
 }
 
 ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
     if (this != &other) {
         this->~ChildProcess();
         m_pid = other.m_pid;
+        m_ready = other.m_ready;
         m_status = other.m_status;
         m_reaped = other.m_reaped;
         other.m_pid = -1;
+        other.m_ready = -1;
     }
     return *this;
 }
 
 ChildProcess::~ChildProcess() {
-    if (m_pid > 0 && !m_reaped) {
-        kill(m_pid, SIGKILL);
-        Wait(-1);
+    Kill();
+    Wait(-1);
+    if (m_ready >= 0) {
+        close(m_ready);
     }
 }
 
@@ -146,6 +146,32 @@ void ChildProcess::Signal(int signal) {
     if (m_pid > 0 && !m_reaped) {
         kill(m_pid, signal);
     }
+}
+
+void ChildProcess::Kill() {
+    Signal(SIGKILL);
+}
+
+bool ChildProcess::AwaitReady(int timeoutMs) {
+    if (m_pid <= 0) {
+        return false;
+    }
+    pollfd p{m_ready, POLLIN, 0};
+    int rc;
+    do {
+        rc = poll(&p, 1, timeoutMs);
+    } while (rc < 0 && errno == EINTR);
+    char byte = 0;
+    return rc == 1 && read(m_ready, &byte, 1) == 1;
+}
+
+bool ChildProcess::AwaitEndUnreaped() {
+    siginfo_t info{};
+    int rc;
+    do {
+        rc = waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOWAIT);
+    } while (rc != 0 && errno == EINTR);
+    return rc == 0;
 }
 
 int ChildProcess::Wait(int timeoutMs) {
@@ -244,15 +270,19 @@ std::string PseudoTerminal::Read(std::size_t count, int timeoutMs) {
     return out;
 }
 
-bool WaitForFile(const std::string& path, int timeoutMs) {
+bool Eventually(const std::function<bool()>& done, int timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!std::filesystem::exists(path)) {
+    while (!done()) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
+}
+
+bool WaitForFile(const std::string& path, int timeoutMs) {
+    return Eventually([&] { return std::filesystem::exists(path); }, timeoutMs);
 }
 
 std::string CopyExecutable(const std::string& program, const std::string& name) {

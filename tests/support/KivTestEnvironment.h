@@ -9,6 +9,7 @@
 // see nothing of each other.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,13 +32,19 @@ std::string HelperPath(const std::string& program);
 /// could not be started.
 int RunProcess(const std::string& program, const std::vector<std::string>& args);
 
-/// A process started by a test. The destructor kills it (SIGKILL) and reaps
+/// The file descriptor on which a started program may report readiness.
+inline constexpr int kReadyFd = 3;
+
+/// A process started by a test, with a pipe on file descriptor 3 on which it
+/// may report that it is ready. The destructor kills it (SIGKILL) and reaps
 /// it if it still runs, so no test leaves a process behind.
 class ChildProcess {
 public:
     ChildProcess() = default;
-    /// Starts `program` (a path) with `args`, inheriting the environment.
-    ChildProcess(const std::string& program, const std::vector<std::string>& args);
+    /// Starts `program` (a path) with `args`, inheriting the environment, and
+    /// the standard output too unless `output` names a file to write it to.
+    ChildProcess(const std::string& program, const std::vector<std::string>& args,
+                 const std::string& output = {});
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
     ChildProcess(ChildProcess&& other) noexcept;
@@ -48,12 +55,20 @@ public:
     int Pid() const { return m_pid; }
     /// Sends `signal` to the process if it was not reaped yet.
     void Signal(int signal);
+    /// SIGKILL, if the process was not reaped yet.
+    void Kill();
+    /// Waits up to `timeoutMs` for the readiness byte; false if the process
+    /// ended or stayed silent.
+    bool AwaitReady(int timeoutMs = 30000);
+    /// Waits until the process has ended but leaves it a zombie (not reaped).
+    bool AwaitEndUnreaped();
     /// Waits up to `timeoutMs` (-1 forever) for the end. Returns the status as
     /// RunProcess does, or -2 if it still runs at the timeout.
     int Wait(int timeoutMs = -1);
 
 private:
     int m_pid = -1;
+    int m_ready = -1;
     int m_status = -1;
     bool m_reaped = false;
 };
@@ -78,6 +93,9 @@ private:
     int m_master = -1;
     std::string m_slave;
 };
+
+/// Polls `done` every 2 ms for up to `timeoutMs`; true once it holds.
+bool Eventually(const std::function<bool()>& done, int timeoutMs = 20000);
 
 /// Waits up to `timeoutMs` for `path` to exist.
 bool WaitForFile(const std::string& path, int timeoutMs);

@@ -5,11 +5,16 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
+#include <vector>
+
+#include "support/KivTestEnvironment.h"
 
 namespace kiv::test {
 
@@ -24,17 +29,14 @@ inline int CurrentThreadId() {
 inline bool WaitUntilThreadOfInFutexWait(int pid, int tid, int limitMs = 20000) {
     const std::string path =
         "/proc/" + std::to_string(pid) + "/task/" + std::to_string(tid) + "/wchan";
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (std::chrono::steady_clock::now() < end) {
-        std::ifstream in(path);
-        std::string where;
-        in >> where;
-        if (where.rfind("futex", 0) == 0) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return false;
+    return Eventually(
+        [&] {
+            std::ifstream in(path);
+            std::string where;
+            in >> where;
+            return where.rfind("futex", 0) == 0;
+        },
+        limitMs);
 }
 
 /// The same for thread `tid` of this process.
@@ -63,15 +65,64 @@ inline int BaselineThreadCount() {
 /// Waits until this process has `count` threads, for at most `limitMs`;
 /// false if it never does.
 inline bool WaitForThreadCount(int count, int limitMs = 20000) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (ThreadCount() != count) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    return Eventually([&] { return ThreadCount() == count; }, limitMs);
 }
+
+/// Threads that each run `work` once, for tests of waits: the test can make
+/// sure every one of them sleeps in its wait before it wakes them, then count
+/// how many returned and add up what they returned.
+class BlockedThreads {
+public:
+    BlockedThreads(int count, std::function<int()> work) : m_tids(count) {
+        for (int i = 0; i < count; ++i) {
+            m_threads.emplace_back([this, work, i] {
+                m_tids[i].store(CurrentThreadId());
+                m_sum.fetch_add(work());
+                m_done.fetch_add(1);
+            });
+        }
+    }
+    explicit BlockedThreads(std::function<int()> work) : BlockedThreads(1, std::move(work)) {}
+    BlockedThreads(const BlockedThreads&) = delete;
+    BlockedThreads& operator=(const BlockedThreads&) = delete;
+    ~BlockedThreads() { Join(); }
+
+    /// True once every thread sleeps in a futex wait; false if one never does.
+    bool AllAsleep() {
+        for (auto& tid : m_tids) {
+            while (tid.load() == 0) {
+                std::this_thread::yield();
+            }
+            if (!WaitUntilInFutexWait(tid.load())) {
+                return false;
+            }
+        }
+        return true;
+    }
+    /// Returns the number of threads done once `n` are (or after 30 s).
+    int AwaitDone(int n) {
+        for (int i = 0; i < 30000 && m_done.load() < n; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return m_done.load();
+    }
+    int Done() const { return m_done.load(); }
+    /// The sum of what the threads that are done returned.
+    int Sum() const { return m_sum.load(); }
+    void Join() {
+        for (auto& t : m_threads) {
+            if (t.joinable()) {
+                t.join();
+            }
+        }
+    }
+
+private:
+    std::vector<std::atomic<int>> m_tids;
+    std::atomic<int> m_sum{0};
+    std::atomic<int> m_done{0};
+    std::vector<std::thread> m_threads;
+};
 
 /// True in a build with a sanitizer, where creating threads costs far more:
 /// long campaigns run fewer rounds there.

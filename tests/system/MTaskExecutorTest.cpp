@@ -169,9 +169,7 @@ TEST_F(MTaskExecutorTest, ATaskThatHasAThreadIsRunAndItsResultBecomesTheExitCode
     TaskThread* started = thread.load();
     ASSERT_NE(started, &earlier);
     std::uint32_t code = 259;
-    for (int i = 0; i < 20000 && TaskThread::GetExitCode(started, code) && code == 259; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    kiv::test::Eventually([&] { return !TaskThread::GetExitCode(started, code) || code != 259; });
     EXPECT_EQ(code, 42u);
 
     // The stop compares the query's success with 259: nothing is cleared.
