@@ -1,5 +1,6 @@
 #include <kiv/gps/MNmeaParser.h>
 
+#include <algorithm>
 #include <chrono>
 #include <new>
 #include <thread>
@@ -24,6 +25,15 @@ RegistryNmeaOutput::RegistryNmeaOutput() {
         m_registry.Create(HKEY_CURRENT_USER, kGpsKey, nullptr, 0, KEY_ALL_ACCESS, nullptr, nullptr);
     }
     m_pending.reserve(24);
+    if (platform::RegistryStore::OpenKey(HKEY_CURRENT_USER, kGpsKey, &m_stampKey) != 0) {
+        m_stampKey = nullptr;
+    }
+}
+
+RegistryNmeaOutput::~RegistryNmeaOutput() {
+    if (m_stampKey != nullptr) {
+        platform::RegistryStore::CloseKey(m_stampKey);
+    }
 }
 
 void RegistryNmeaOutput::BeginSentence() {
@@ -72,12 +82,32 @@ void RegistryNmeaOutput::SetDword(const wchar_t* name, std::uint32_t value) {
 }
 
 bool RegistryNmeaOutput::GetDword(const wchar_t* name, std::uint32_t& value) {
-    unsigned int v = 0;
-    if (m_registry.QueryValue(v, name) != 0) {
-        return false;
+    // Asked after nearly every sentence with a fix, and nearly always
+    // unchanged: read again only when its change stamp moved. The stamp is
+    // taken before the read, so a write during the read is seen next time.
+    std::uint32_t stamp = 0;
+    const bool stamped =
+        m_stampKey != nullptr && platform::RegistryStore::ChangeStamp(m_stampKey, name, stamp);
+    auto known = std::find_if(m_known.begin(), m_known.end(),
+                              [&](const Known& k) { return k.name == name; });
+    if (stamped && known != m_known.end() && known->stamp == stamp) {
+        value = known->value;
+        return known->found;
     }
-    value = v;
-    return true;
+    unsigned int v = 0;
+    const bool found = m_registry.QueryValue(v, name) == 0;
+    if (stamped) {
+        if (known == m_known.end()) {
+            known = m_known.insert(m_known.end(), Known{name, stamp, found, v});
+        }
+        known->stamp = stamp;
+        known->found = found;
+        known->value = v;
+    }
+    if (found) {
+        value = v;
+    }
+    return found;
 }
 
 void RegistryNmeaOutput::Signal(const wchar_t* eventName) {

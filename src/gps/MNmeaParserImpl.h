@@ -27,6 +27,9 @@ unsigned int SetRegMsgNarrow(system::MRegistry& registry, std::string_view text,
 class RegistryNmeaOutput final : public NmeaOutput {
 public:
     RegistryNmeaOutput();
+    ~RegistryNmeaOutput() override;
+    RegistryNmeaOutput(const RegistryNmeaOutput&) = delete;
+    RegistryNmeaOutput& operator=(const RegistryNmeaOutput&) = delete;
 
     void BeginSentence() override;
     void EndSentence() override;
@@ -49,7 +52,18 @@ private:
     };
     void Apply(const Pending& p);
 
+    // A value read before, kept while the registry's change stamp of its
+    // name stays the same.
+    struct Known {
+        std::wstring name;
+        std::uint32_t stamp;
+        bool found;
+        std::uint32_t value;
+    };
+
     system::MRegistry m_registry;
+    HKEY m_stampKey = nullptr;  // the GPS key, for change stamps only
+    std::vector<Known> m_known;
     log::MDebugLog m_log;
     std::vector<Pending> m_pending;
     bool m_inSentence = false;

@@ -22,6 +22,7 @@
 
 #include <kiv/platform/Win32Types.h>
 
+#include <cstdint>
 #include <string>
 
 namespace kiv::platform {
@@ -64,6 +65,13 @@ public:
     static unsigned int EnumValue(HKEY key, unsigned int index, wchar_t* name,
                                   unsigned int* nameChars, unsigned int* type, void* data,
                                   unsigned int* size);
+
+    /// A number that changes with every committed write or deletion of value
+    /// `name` of `key` (and every key made or deleted), by any process that
+    /// uses this store: unchanged stamps mean unchanged values, without a
+    /// read. Unrelated writes may change it too (slots are shared). False
+    /// when no stamps can be kept beside the file; the value must be read.
+    static bool ChangeStamp(HKEY key, const wchar_t* name, std::uint32_t& stamp);
 
     /// The database file the roots resolve to now: KIV_REGISTRY, else
     /// "kiv/registry.db" in the user's state directory.

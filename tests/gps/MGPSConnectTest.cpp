@@ -18,6 +18,7 @@
 #include "NmeaSimulator.h"
 #include "foundation/Text.h"
 #include "gps/MGPSCommPort.h"
+#include "platform/Waitable.h"
 #include "support/HelperProcess.h"
 #include "support/KivTestEnvironment.h"
 
@@ -61,6 +62,30 @@ TEST(MNmeaParser, ValuesReachTheRegistryAndAWaitingProcessSeesBothEvents) {
     EXPECT_EQ(GpsString(L"SPEED"), L"41");
     EXPECT_EQ(waiter.Wait(), 0) << "the waiting process saw both events";
     EXPECT_EQ(kiv::test::ReadFileBytes(seen), "FIX\nMOVING\n");
+}
+
+TEST(MNmeaParser, EveryFreshFixRequestIsAnsweredOnceWhileTheFixLasts) {
+    // The parser keeps the request value it read until the registry says it
+    // changed; each request written meanwhile must still be seen.
+    const auto fix = kiv::platform::Event::Create(L"KIV_GPS_EVENT_FIX",
+                                                  kiv::platform::EventReset::Automatic, false);
+    kiv::gps::MNmeaParser parser;
+    auto feed = [&](int second) {
+        const std::string rmc = kiv::sim::WithChecksum("GPRMC,1235" + std::to_string(10 + second) +
+                                                       ",A,4807.038,N,01131.000,E,0,0,230394,,") +
+                                "\r\n";
+        parser.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(rmc.data()),
+                                    static_cast<unsigned int>(rmc.size()));
+        return kiv::platform::WaitFor(fix, 0) == 0;
+    };
+    EXPECT_TRUE(feed(0)) << "the first fix";
+    EXPECT_FALSE(feed(1));
+    for (int request = 0; request < 3; ++request) {
+        kiv::test::SetGps(L"KIV_GPS_EVENT_RESETFIX", 1u);
+        EXPECT_TRUE(feed(2 + 2 * request)) << "request " << request;
+        EXPECT_EQ(GpsDword(L"KIV_GPS_EVENT_RESETFIX"), 0u);
+        EXPECT_FALSE(feed(3 + 2 * request)) << "answered once";
+    }
 }
 
 TEST(MGPSCommPort, DeviceNamesFollowThePortNumber) {
