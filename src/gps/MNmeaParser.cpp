@@ -42,6 +42,9 @@ void RegistryNmeaOutput::BeginSentence() {
 }
 
 void RegistryNmeaOutput::Apply(const Pending& p) {
+    // A value read before is read again after the parser's own write.
+    std::erase_if(m_known, [&](const Known& k) { return k.name == p.name; });
+    JoinChunk();
     // Write failures are ignored: the next sentence writes again.
     if (p.isString) {
         SetRegMsgNarrow(m_registry, p.text, p.name);
@@ -55,12 +58,42 @@ void RegistryNmeaOutput::EndSentence() {
     if (m_pending.empty()) {
         return;
     }
+    JoinChunk();
     platform::RegistryBatch batch;
     for (const Pending& p : m_pending) {
         Apply(p);
     }
     batch.Commit();
     m_pending.clear();
+}
+
+void RegistryNmeaOutput::BeginChunk() {
+    m_inChunk = true;
+}
+
+void RegistryNmeaOutput::EndChunk() {
+    FlushChunk();
+    m_inChunk = false;
+}
+
+void RegistryNmeaOutput::JoinChunk() {
+    if (m_inChunk && !m_chunk) {
+        m_chunk = std::make_unique<platform::RegistryBatch>();
+    }
+}
+
+void RegistryNmeaOutput::FlushChunk() {
+    if (m_chunk) {
+        m_chunk->Commit();
+        m_chunk.reset();
+    }
+    const bool inChunk = m_inChunk;
+    m_inChunk = false;  // Signal sends at once now
+    for (const wchar_t* name : m_deferred) {
+        Signal(name);
+    }
+    m_deferred.clear();
+    m_inChunk = inChunk;
 }
 
 void RegistryNmeaOutput::SetString(const wchar_t* name, std::string_view text) {
@@ -111,6 +144,10 @@ bool RegistryNmeaOutput::GetDword(const wchar_t* name, std::uint32_t& value) {
 }
 
 void RegistryNmeaOutput::Signal(const wchar_t* eventName) {
+    if (m_inChunk) {
+        m_deferred.push_back(eventName);
+        return;
+    }
     // The parser keeps no event open: create or open, set, close.
     const platform::Event event =
         platform::Event::Create(eventName, platform::EventReset::Automatic, false);
@@ -123,6 +160,8 @@ void RegistryNmeaOutput::Log(std::wstring_view text) {
 }
 
 void RegistryNmeaOutput::Sleep(unsigned int ms) {
+    // Nothing stays open, and nothing waits, while the reader sleeps.
+    FlushChunk();
     if (m_sleeper) {
         m_sleeper(ms);
     } else {
@@ -138,7 +177,7 @@ MNmeaParser::~MNmeaParser() {
 
 void MNmeaParser::ProcessIncomingBytes(const unsigned char* data, unsigned int count) {
     if (m_impl != nullptr) {
-        m_impl->Core().ProcessIncomingBytes(data, count);
+        m_impl->Process(data, count);
     }
 }
 
