@@ -46,10 +46,25 @@ void RegistryNmeaOutput::Apply(const Pending& p) {
     std::erase_if(m_known, [&](const Known& k) { return k.name == p.name; });
     JoinChunk();
     // Write failures are ignored: the next sentence writes again.
+    if (m_stampKey == nullptr) {
+        if (p.isString) {
+            SetRegMsgNarrow(m_registry, p.text, p.name);
+        } else {
+            m_registry.SetValue(p.value, p.name);
+        }
+        return;
+    }
+    // Most values repeat from sentence to sentence (hemispheres, degrees,
+    // fix quality, dilutions): the store leaves those rows alone, the values
+    // read the same either way.
     if (p.isString) {
-        SetRegMsgNarrow(m_registry, p.text, p.name);
+        const std::wstring wide = text::FromUtf8(p.text);
+        platform::RegistryStore::UpdateValue(
+            m_stampKey, p.name, REG_SZ, wide.c_str(),
+            static_cast<unsigned int>((wide.size() + 1) * sizeof(wchar_t)));
     } else {
-        m_registry.SetValue(p.value, p.name);
+        platform::RegistryStore::UpdateValue(m_stampKey, p.name, REG_DWORD, &p.value,
+                                             sizeof p.value);
     }
 }
 

@@ -73,7 +73,7 @@ private:
     };
 
     system::MRegistry m_registry;
-    HKEY m_stampKey = nullptr;  // the GPS key, for change stamps only
+    HKEY m_stampKey = nullptr;  // the GPS key, for stamps and unchanged-value writes
     std::vector<Known> m_known;
     log::MDebugLog m_log;
     std::vector<Pending> m_pending;

@@ -49,6 +49,11 @@ public:
     /// Writes value `name` with `size` bytes of `data`.
     static unsigned int SetValue(HKEY key, const wchar_t* name, unsigned int type, const void* data,
                                  unsigned int size);
+    /// As SetValue, but a value that already has this type and data is left
+    /// alone: nothing is rewritten and its change stamp stays. For writers
+    /// that repeat mostly unchanged values (the GPS parser).
+    static unsigned int UpdateValue(HKEY key, const wchar_t* name, unsigned int type,
+                                    const void* data, unsigned int size);
     /// Deletes the key `subKey` below `key`; it must have no sub-keys.
     static unsigned int DeleteKey(HKEY key, const wchar_t* subKey);
     /// Deletes value `name`.

@@ -246,12 +246,29 @@ TEST(RegistryStore, ChangeStampsMoveWithCommittedWritesOfAnyHandleOrThread) {
     ASSERT_EQ(RegistryStore::DeleteValue(key.h, L"PORT"), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(stamp(L"PORT"), before) << "a failed write changes nothing";
 
+    // An update that writes what is stored already changes nothing.
+    ASSERT_EQ(SetDword(key.h, L"PORT", 5), ERROR_SUCCESS);
+    before = stamp(L"PORT");
+    unsigned int v = 5;
+    ASSERT_EQ(RegistryStore::UpdateValue(key.h, L"port", REG_DWORD, &v, sizeof v), ERROR_SUCCESS);
+    EXPECT_EQ(stamp(L"PORT"), before);
+    ASSERT_EQ(RegistryStore::UpdateValue(key.h, L"PORT", REG_BINARY, &v, sizeof v), ERROR_SUCCESS);
+    EXPECT_NE(stamp(L"PORT"), before) << "the same bytes of another type are a change";
+    unsigned int type = 0;
+    unsigned int size = sizeof v;
+    v = 0;
+    ASSERT_EQ(RegistryStore::QueryValue(key.h, L"PORT", &type, &v, &size), ERROR_SUCCESS);
+    EXPECT_EQ(type, static_cast<unsigned int>(REG_BINARY));
+    EXPECT_EQ(v, 5u);
+
     // Deleting a key (its values go with it) moves every stamp.
     Key child;
     ASSERT_EQ(Make(child, L"Software\\Watched\\Child"), ERROR_SUCCESS);
     before = stamp(L"PORT");
     ASSERT_EQ(RegistryStore::DeleteKey(key.h, L"Child"), ERROR_SUCCESS);
     EXPECT_NE(stamp(L"PORT"), before);
+    EXPECT_EQ(RegistryStore::UpdateValue(child.h, L"PORT", REG_DWORD, &v, sizeof v),
+              ERROR_KEY_DELETED);
 }
 
 TEST(RegistryStore, FailedCreateInsideABatchKeepsTheBatchsOtherWrites) {

@@ -1134,6 +1134,79 @@ unsigned int RegistryStore::SetValue(HKEY key, const wchar_t* name, unsigned int
     return rc;
 }
 
+unsigned int RegistryStore::UpdateValue(HKEY key, const wchar_t* name, unsigned int type,
+                                        const void* data, unsigned int size) {
+    if (data == nullptr && size != 0) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    Name valueName;
+    if (!ValueName(name, valueName)) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    Target t;
+    if (const unsigned int rc = Begin(key, t); rc != ERROR_SUCCESS) {
+        return rc;
+    }
+    Connection& db = *t.db;
+    const std::string stored = ToStored(type, data, size);
+    bool changed = false;
+    // Looked at and written under the write lock, so no write of another
+    // process can come between.
+    auto body = [&]() -> unsigned int {
+        changed = false;
+        sqlite3_stmt* q = db.Statement(kQueryValue);
+        if (q == nullptr) {
+            return MapSqliteError(db.LastError());
+        }
+        {
+            Bound b(q);
+            b.Int(1, t.ref.id);
+            b.Text(2, valueName.upper);
+            const int step = b.Step();
+            if (step == SQLITE_ROW &&
+                static_cast<unsigned int>(sqlite3_column_int64(q, 0)) == type &&
+                static_cast<std::size_t>(sqlite3_column_bytes(q, 1)) == stored.size() &&
+                (stored.empty() ||
+                 std::memcmp(sqlite3_column_blob(q, 1), stored.data(), stored.size()) == 0)) {
+                return ERROR_SUCCESS;
+            }
+            if (step != SQLITE_ROW && step != SQLITE_DONE) {
+                return MapSqliteError(step);
+            }
+        }
+        sqlite3_stmt* s = db.Statement(kSetValue);
+        if (s == nullptr) {
+            return MapSqliteError(db.LastError());
+        }
+        Bound b(s);
+        b.Int(1, t.ref.id);
+        b.Text(2, valueName.text);
+        b.Text(3, valueName.upper);
+        b.Int(4, type);
+        b.Blob(5, stored);
+        const int step = b.Step();
+        if (step != SQLITE_DONE) {
+            return MapSqliteError(step);
+        }
+        changed = true;
+        return sqlite3_changes(sqlite3_db_handle(s)) == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
+    };
+    unsigned int rc = ERROR_SUCCESS;
+    if (db.batchDepth > 0) {
+        rc = JoinBatch(db);
+        if (rc == ERROR_SUCCESS) {
+            rc = body();
+        }
+        rc = rc == kRetry ? ERROR_REGISTRY_IO_FAILED : rc;
+    } else {
+        rc = WriteTransaction(db, body);
+    }
+    if (rc == ERROR_SUCCESS && changed) {
+        Changed(db, ChangeSlot(t.ref.id, valueName.upper));
+    }
+    return rc;
+}
+
 unsigned int RegistryStore::DeleteKey(HKEY key, const wchar_t* subKey) {
     std::vector<Name> parts;
     if (!SplitPath(subKey, parts) || parts.empty()) {
