@@ -102,7 +102,7 @@ void MGPSCommPort::ReaderThread() {
                                     : std::chrono::steady_clock::duration::zero();
         const int count = n > 0 ? n : 0;
         buffer[count] = 0;
-        parser.Core().ProcessIncomingBytes(buffer, static_cast<unsigned int>(count));
+        parser.Process(buffer, static_cast<unsigned int>(count));
         if (trace && count > 0) {
             char record[48];
             const int length = std::snprintf(
