@@ -6,11 +6,13 @@
 #include <kiv/system/MRegistry.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "gps/NmeaParserCore.h"
+#include "platform/Waitable.h"
 
 namespace kiv::gps {
 
@@ -49,11 +51,19 @@ private:
     };
     void Apply(const Pending& p);
 
+    struct Signaller {
+        std::wstring name;
+        std::unique_ptr<platform::EventSignaller> event;
+    };
+
     system::MRegistry m_registry;
     log::MDebugLog m_log;
     std::vector<Pending> m_pending;
     bool m_inSentence = false;
     std::function<void(unsigned int)> m_sleeper;
+    // One per event name, made on its first signal and kept: a signal then
+    // costs no lookup by name.
+    std::vector<Signaller> m_signallers;
 };
 
 class MNmeaParserImpl {
