@@ -100,6 +100,10 @@ void RegistryNmeaOutput::Log(std::wstring_view text) {
     m_log.InformationPrintf(L"%ls", line.c_str());
 }
 
+bool RegistryNmeaOutput::Logging() {
+    return (m_log.GetDebugLevel() & log::MDebugLog::DEBUG_LEVEL_INFORMATION) != 0;
+}
+
 void RegistryNmeaOutput::Sleep(unsigned int ms) {
     if (m_sleeper) {
         m_sleeper(ms);

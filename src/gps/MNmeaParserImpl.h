@@ -37,6 +37,7 @@ public:
     bool GetDword(const wchar_t* name, std::uint32_t& value) override;
     void Signal(const wchar_t* eventName) override;
     void Log(std::wstring_view text) override;
+    bool Logging() override;
     void Sleep(unsigned int ms) override;
 
     /// Replaces the demo-pacing sleep, so a connection can cut it short.
