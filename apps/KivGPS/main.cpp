@@ -5,11 +5,16 @@
 // multi-constellation receivers (a change restarts the connection), and a non-empty
 // "COMMAND" is sent to the receiver and cleared. One daemon runs per
 // KIV_NAMESPACE.
+//
+// The settings are looked at every 100 ms, but read only when the registry's
+// change stamps of their values have moved: an idle daemon, or one whose
+// parser writes a fix every few milliseconds, does no registry reads.
 #include <kiv/gps/MGPSConnect.h>
 #include <kiv/system/MRegistry.h>
 
 #include <signal.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -20,6 +25,7 @@
 
 #include "platform/InstanceLock.h"
 #include "platform/Namespace.h"
+#include "platform/RegistryStore.h"
 
 namespace {
 
@@ -68,6 +74,49 @@ Settings ReadSettings(kiv::system::MRegistry& key) {
     s.logFile = ReadString(key, L"FILE_PATH");
     return s;
 }
+
+// The values the daemon reacts to.
+constexpr std::array<const wchar_t*, 6> kWatched = {L"COMPORT",   L"BAUDRATE",  L"ANY_TALKER",
+                                                    L"DEMO_FILE", L"FILE_PATH", L"COMMAND"};
+
+// Their change stamps; empty when the store keeps none (then every look reads).
+class SettingsWatch {
+public:
+    SettingsWatch() {
+        if (kiv::platform::RegistryStore::OpenKey(HKEY_CURRENT_USER, kGpsKey, &m_key) != 0) {
+            m_key = nullptr;
+        }
+    }
+    ~SettingsWatch() {
+        if (m_key != nullptr) {
+            kiv::platform::RegistryStore::CloseKey(m_key);
+        }
+    }
+    SettingsWatch(const SettingsWatch&) = delete;
+    SettingsWatch& operator=(const SettingsWatch&) = delete;
+
+    /// True when a watched value may have changed since the last call (and
+    /// on the first call). Taken before the values are read, so a write
+    /// that lands during the read is seen at the next look.
+    bool Moved() {
+        std::array<std::uint32_t, kWatched.size()> now{};
+        for (std::size_t i = 0; i < kWatched.size(); ++i) {
+            if (m_key == nullptr ||
+                !kiv::platform::RegistryStore::ChangeStamp(m_key, kWatched[i], now[i])) {
+                return true;
+            }
+        }
+        const bool moved = !m_valid || now != m_last;
+        m_last = now;
+        m_valid = true;
+        return moved;
+    }
+
+private:
+    HKEY m_key = nullptr;
+    std::array<std::uint32_t, kWatched.size()> m_last{};
+    bool m_valid = false;
+};
 
 std::unique_ptr<kiv::gps::MGPSConnect> Start(const Settings& s) {
     auto connect = std::make_unique<kiv::gps::MGPSConnect>();
@@ -131,10 +180,15 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    SettingsWatch watch;
+    watch.Moved();
     Settings settings = ReadSettings(key);
     auto connect = Start(settings);
     while (!g_stop) {
         std::this_thread::sleep_for(kPollInterval);
+        if (!watch.Moved()) {
+            continue;
+        }
         const std::wstring command = ReadString(key, L"COMMAND");
         if (!command.empty()) {
             connect->WriteCommand(command.c_str());

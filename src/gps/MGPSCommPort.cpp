@@ -104,7 +104,7 @@ void MGPSCommPort::ReaderThread() {
         const long long cpuBefore = trace ? platform::TraceFile::ThreadCpuNs() : 0;
         const int count = n > 0 ? n : 0;
         buffer[count] = 0;
-        parser.Core().ProcessIncomingBytes(buffer, static_cast<unsigned int>(count));
+        parser.Process(buffer, static_cast<unsigned int>(count));
         if (trace && count > 0) {
             const auto parsed = std::chrono::steady_clock::now().time_since_epoch();
             const long long cpu = platform::TraceFile::ThreadCpuNs() - cpuBefore;

@@ -437,7 +437,9 @@ unsigned int MGPSServiceImplPosix::GetGPSDateTime(MGPSDateTime* dateTime) {
 
 unsigned int MGPSServiceImplPosix::GetSatellitesInView(std::vector<MSatellite*>& satellites) {
     // With every constellation accepted the text holds more than twelve
-    // satellites, and all of it (1,023 characters) is read.
+    // satellites, and all of it (1,023 characters) is read. The setting and
+    // the text are read from one state of the registry.
+    platform::RegistrySnapshot snapshot;
     unsigned int anyTalker = 0;
     m_registry.QueryValue(anyTalker, L"ANY_TALKER");
     const int slots = anyTalker != 0 ? 64 : 12;

@@ -22,6 +22,7 @@
 
 #include <kiv/platform/Win32Types.h>
 
+#include <cstdint>
 #include <string>
 
 namespace kiv::platform {
@@ -48,6 +49,11 @@ public:
     /// Writes value `name` with `size` bytes of `data`.
     static unsigned int SetValue(HKEY key, const wchar_t* name, unsigned int type, const void* data,
                                  unsigned int size);
+    /// As SetValue, but a value that already has this type and data is left
+    /// alone: nothing is rewritten and its change stamp stays. For writers
+    /// that repeat mostly unchanged values (the GPS parser).
+    static unsigned int UpdateValue(HKEY key, const wchar_t* name, unsigned int type,
+                                    const void* data, unsigned int size);
     /// Deletes the key `subKey` below `key`; it must have no sub-keys.
     static unsigned int DeleteKey(HKEY key, const wchar_t* subKey);
     /// Deletes value `name`.
@@ -64,6 +70,13 @@ public:
     static unsigned int EnumValue(HKEY key, unsigned int index, wchar_t* name,
                                   unsigned int* nameChars, unsigned int* type, void* data,
                                   unsigned int* size);
+
+    /// A number that changes with every committed write or deletion of value
+    /// `name` of `key` (and every key made or deleted), by any process that
+    /// uses this store: unchanged stamps mean unchanged values, without a
+    /// read. Unrelated writes may change it too (slots are shared). False
+    /// when no stamps can be kept beside the file; the value must be read.
+    static bool ChangeStamp(HKEY key, const wchar_t* name, std::uint32_t& stamp);
 
     /// The database file the roots resolve to now: KIV_REGISTRY, else
     /// "kiv/registry.db" in the user's state directory.

@@ -11,6 +11,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <map>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -18,10 +20,13 @@
 #include "NmeaSimulator.h"
 #include "foundation/Text.h"
 #include "gps/MGPSCommPort.h"
+#include "platform/RegistryStore.h"
+#include "platform/Waitable.h"
 #include "support/HelperProcess.h"
 #include "support/KivTestEnvironment.h"
 
 using kiv::gps::MGPSConnect;
+using kiv::platform::RegistryStore;
 using kiv::test::Eventually;
 using kiv::test::GpsDword;
 using kiv::test::GpsString;
@@ -61,6 +66,84 @@ TEST(MNmeaParser, ValuesReachTheRegistryAndAWaitingProcessSeesBothEvents) {
     EXPECT_EQ(GpsString(L"SPEED"), L"41");
     EXPECT_EQ(waiter.Wait(), 0) << "the waiting process saw both events";
     EXPECT_EQ(kiv::test::ReadFileBytes(seen), "FIX\nMOVING\n");
+}
+
+TEST(MNmeaParser, EveryFreshFixRequestIsAnsweredOnceWhileTheFixLasts) {
+    // The parser keeps the request value it read until the registry says it
+    // changed; each request written meanwhile must still be seen.
+    const auto fix = kiv::platform::Event::Create(L"KIV_GPS_EVENT_FIX",
+                                                  kiv::platform::EventReset::Automatic, false);
+    kiv::gps::MNmeaParser parser;
+    auto feed = [&](int second) {
+        const std::string rmc = kiv::sim::WithChecksum("GPRMC,1235" + std::to_string(10 + second) +
+                                                       ",A,4807.038,N,01131.000,E,0,0,230394,,") +
+                                "\r\n";
+        parser.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(rmc.data()),
+                                    static_cast<unsigned int>(rmc.size()));
+        return kiv::platform::WaitFor(fix, 0) == 0;
+    };
+    EXPECT_TRUE(feed(0)) << "the first fix";
+    EXPECT_FALSE(feed(1));
+    for (int request = 0; request < 3; ++request) {
+        kiv::test::SetGps(L"KIV_GPS_EVENT_RESETFIX", 1u);
+        EXPECT_TRUE(feed(2 + 2 * request)) << "request " << request;
+        EXPECT_EQ(GpsDword(L"KIV_GPS_EVENT_RESETFIX"), 0u);
+        EXPECT_FALSE(feed(3 + 2 * request)) << "answered once";
+    }
+}
+
+TEST(MNmeaParser, AChunkOfManySentencesLeavesTheValuesThatOneAtATimeLeaves) {
+    // The sentences of one read share a registry batch; the values written
+    // must be those of feeding the same sentences one by one, in order.
+    std::vector<std::string> lines;
+    {
+        std::istringstream in(kiv::test::ReadFileBytes(KIV_DEMO_DRIVE));
+        for (std::string line; lines.size() < 300 && std::getline(in, line);) {
+            lines.push_back(line + "\n");
+        }
+    }
+    ASSERT_EQ(lines.size(), 300u);
+    auto values = [] {
+        HKEY key = nullptr;
+        std::map<std::wstring, std::string> out;
+        EXPECT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, kiv::test::kGpsKeyPath, &key), 0u);
+        for (unsigned int i = 0;; ++i) {
+            wchar_t name[256];
+            unsigned int chars = 256;
+            char data[4096];
+            unsigned int size = sizeof data;
+            if (RegistryStore::EnumValue(key, i, name, &chars, nullptr, data, &size) != 0) {
+                break;
+            }
+            out[name] = std::string(data, size);
+        }
+        RegistryStore::CloseKey(key);
+        return out;
+    };
+    auto feed = [](kiv::gps::MNmeaParser& parser, const std::string& bytes) {
+        parser.ProcessIncomingBytes(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                    static_cast<unsigned int>(bytes.size()));
+    };
+    setenv("KIV_REGISTRY", kiv::test::TempPath("chunked.db").c_str(), 1);
+    {
+        kiv::gps::MNmeaParser parser;
+        std::string chunk;
+        for (const std::string& line : lines) {
+            chunk += line;
+        }
+        feed(parser, chunk);
+    }
+    const auto chunked = values();
+    setenv("KIV_REGISTRY", kiv::test::TempPath("single.db").c_str(), 1);
+    {
+        kiv::gps::MNmeaParser parser;
+        for (const std::string& line : lines) {
+            feed(parser, line);
+        }
+    }
+    const auto single = values();
+    EXPECT_GT(single.size(), 20u);
+    EXPECT_EQ(chunked, single);
 }
 
 TEST(MGPSCommPort, DeviceNamesFollowThePortNumber) {

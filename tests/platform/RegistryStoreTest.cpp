@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -211,6 +212,65 @@ TEST(RegistryStore, SnapshotReadsOneStateWhileOthersCommit) {
     EXPECT_EQ(lon, 2u) << "and is seen after it";
 }
 
+TEST(RegistryStore, ChangeStampsMoveWithCommittedWritesOfAnyHandleOrThread) {
+    Key key;
+    ASSERT_EQ(Make(key, L"Software\\Watched"), ERROR_SUCCESS);
+    auto stamp = [&](const wchar_t* name) {
+        std::uint32_t s = 0;
+        EXPECT_TRUE(RegistryStore::ChangeStamp(key.h, name, s));
+        return s;
+    };
+    std::uint32_t before = stamp(L"PORT");
+    ASSERT_EQ(SetDword(key.h, L"port", 3), ERROR_SUCCESS);
+    EXPECT_NE(stamp(L"PORT"), before) << "names compare without case";
+    EXPECT_EQ(stamp(L"PORT"), stamp(L"Port"));
+
+    // Another thread (its own connection) writing through its own handle.
+    before = stamp(L"PORT");
+    std::uint32_t insideBatch = 0;
+    std::thread writer([&] {
+        Key other;
+        ASSERT_EQ(RegistryStore::OpenKey(HKEY_CURRENT_USER, L"Software\\Watched", &other.h), 0u);
+        RegistryBatch batch;
+        ASSERT_EQ(SetDword(other.h, L"PORT", 4), ERROR_SUCCESS);
+        insideBatch = stamp(L"PORT");
+    });
+    writer.join();
+    EXPECT_EQ(insideBatch, before) << "a batch's writes count when it commits";
+    EXPECT_NE(stamp(L"PORT"), before);
+
+    before = stamp(L"PORT");
+    ASSERT_EQ(RegistryStore::DeleteValue(key.h, L"PORT"), ERROR_SUCCESS);
+    EXPECT_NE(stamp(L"PORT"), before);
+    before = stamp(L"PORT");
+    ASSERT_EQ(RegistryStore::DeleteValue(key.h, L"PORT"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(stamp(L"PORT"), before) << "a failed write changes nothing";
+
+    // An update that writes what is stored already changes nothing.
+    ASSERT_EQ(SetDword(key.h, L"PORT", 5), ERROR_SUCCESS);
+    before = stamp(L"PORT");
+    unsigned int v = 5;
+    ASSERT_EQ(RegistryStore::UpdateValue(key.h, L"port", REG_DWORD, &v, sizeof v), ERROR_SUCCESS);
+    EXPECT_EQ(stamp(L"PORT"), before);
+    ASSERT_EQ(RegistryStore::UpdateValue(key.h, L"PORT", REG_BINARY, &v, sizeof v), ERROR_SUCCESS);
+    EXPECT_NE(stamp(L"PORT"), before) << "the same bytes of another type are a change";
+    unsigned int type = 0;
+    unsigned int size = sizeof v;
+    v = 0;
+    ASSERT_EQ(RegistryStore::QueryValue(key.h, L"PORT", &type, &v, &size), ERROR_SUCCESS);
+    EXPECT_EQ(type, static_cast<unsigned int>(REG_BINARY));
+    EXPECT_EQ(v, 5u);
+
+    // Deleting a key (its values go with it) moves every stamp.
+    Key child;
+    ASSERT_EQ(Make(child, L"Software\\Watched\\Child"), ERROR_SUCCESS);
+    before = stamp(L"PORT");
+    ASSERT_EQ(RegistryStore::DeleteKey(key.h, L"Child"), ERROR_SUCCESS);
+    EXPECT_NE(stamp(L"PORT"), before);
+    EXPECT_EQ(RegistryStore::UpdateValue(child.h, L"PORT", REG_DWORD, &v, sizeof v),
+              ERROR_KEY_DELETED);
+}
+
 TEST(RegistryStore, FailedCreateInsideABatchKeepsTheBatchsOtherWrites) {
     Key key;
     ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
@@ -281,7 +341,7 @@ TEST(RegistryStore, TheStoreIsOwnerOnlyAndFilesOrDirectoriesOfAnotherUserAreRefu
         ASSERT_EQ(Make(key, L"Software\\KivTest"), 0u);
         ASSERT_EQ(SetDword(key.h, L"v", 1), 0u);
         const std::string path = RegistryStore::Path();
-        for (const std::string& file : {path, path + "-wal", path + "-shm"}) {
+        for (const std::string& file : {path, path + "-wal", path + "-shm", path + "-kivchg"}) {
             struct stat st {};
             if (stat(file.c_str(), &st) == 0) {
                 EXPECT_EQ(st.st_mode & 0777, 0600u) << file;

@@ -14,8 +14,15 @@
 // Busy waits are done by the busy handler and, for the few places SQLite
 // answers SQLITE_BUSY without asking it, by a retry loop around the whole
 // transaction.
+//
+// Change stamps: beside the database, "<file>-kivchg" holds counters that
+// every process maps. A committed write of a value adds one to the counter
+// of the slot its key and name hash to; creating or deleting a key adds one
+// to a counter of the whole store. A process that wants to know whether some
+// values changed compares their stamps instead of reading them.
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unicode/uchar.h>
 #include <unistd.h>
@@ -163,6 +170,27 @@ struct Name {
 };
 
 Name MakeName(std::wstring_view name) {
+    // Names are nearly always ASCII: they are upper-cased and converted here
+    // without a call per character.
+    Name out;
+    out.text.reserve(name.size());
+    bool ascii = true;
+    for (const wchar_t c : name) {
+        if (static_cast<std::uint32_t>(c) >= 0x80) {
+            ascii = false;
+            break;
+        }
+        out.text.push_back(static_cast<char>(c));
+    }
+    if (ascii) {
+        out.upper = out.text;
+        for (char& c : out.upper) {
+            if (c >= 'a' && c <= 'z') {
+                c = static_cast<char>(c - 'a' + 'A');
+            }
+        }
+        return out;
+    }
     std::wstring upper(name);
     for (wchar_t& c : upper) {
         c = static_cast<wchar_t>(u_toupper(static_cast<UChar32>(c)));
@@ -321,6 +349,107 @@ std::string DefaultPath() {
     return dir + "/registry.db";
 }
 
+// ---- change stamps --------------------------------------------------------
+
+constexpr std::size_t kChangeSlots = 4096;
+// Word 0: the store-wide counter (keys made and deleted); then the slots.
+constexpr std::size_t kChangeWords = 1 + kChangeSlots;
+constexpr std::size_t kChangeBytes = kChangeWords * sizeof(std::uint32_t);
+constexpr std::size_t kCachedChangeMaps = 8;
+
+std::uint32_t ChangeSlot(sqlite3_int64 key, const std::string& upperName) {
+    // FNV-1a over the key id and the upper-cased name.
+    std::uint64_t h = 14695981039346656037ULL;
+    auto mix = [&](unsigned char byte) {
+        h ^= byte;
+        h *= 1099511628211ULL;
+    };
+    for (int i = 0; i < 8; ++i) {
+        mix(static_cast<unsigned char>(static_cast<std::uint64_t>(key) >> (8 * i)));
+    }
+    for (const char c : upperName) {
+        mix(static_cast<unsigned char>(c));
+    }
+    return 1 + static_cast<std::uint32_t>(h % kChangeSlots);
+}
+
+// The counters of one store file, mapped shared.
+class ChangeMap {
+public:
+    explicit ChangeMap(const std::string& dbPath) {
+        const std::string path = dbPath + "-kivchg";
+        const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0) {
+            return;
+        }
+        struct stat st {};
+        const bool ours = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() &&
+                          (st.st_mode & 077) == 0;
+        // Growing it is harmless when several processes do it at once.
+        if (ours && (static_cast<std::size_t>(st.st_size) >= kChangeBytes ||
+                     ftruncate(fd, static_cast<off_t>(kChangeBytes)) == 0)) {
+            void* base = mmap(nullptr, kChangeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+            if (base != MAP_FAILED) {
+                m_words = static_cast<std::uint32_t*>(base);
+            }
+        }
+        close(fd);
+    }
+    ~ChangeMap() {
+        if (m_words != nullptr) {
+            munmap(m_words, kChangeBytes);
+        }
+    }
+    ChangeMap(const ChangeMap&) = delete;
+    ChangeMap& operator=(const ChangeMap&) = delete;
+
+    bool Valid() const { return m_words != nullptr; }
+    void Bump(std::uint32_t word) {
+        std::atomic_ref<std::uint32_t>(m_words[word]).fetch_add(1, std::memory_order_release);
+    }
+    std::uint32_t Read(std::uint32_t word) const {
+        return std::atomic_ref<std::uint32_t>(m_words[word]).load(std::memory_order_acquire);
+    }
+
+private:
+    std::uint32_t* m_words = nullptr;
+};
+
+// The process's maps, most recently used first; a map stays alive while a
+// caller holds it, even when the cache has dropped it.
+std::shared_ptr<ChangeMap> ChangesOf(const std::string& dbPath) {
+    static std::mutex lock;
+    static std::vector<std::pair<std::string, std::shared_ptr<ChangeMap>>> maps;
+    std::lock_guard<std::mutex> guard(lock);
+    for (std::size_t i = 0; i < maps.size(); ++i) {
+        if (maps[i].first == dbPath) {
+            std::rotate(maps.begin(), maps.begin() + static_cast<long>(i),
+                        maps.begin() + static_cast<long>(i) + 1);
+            return maps.front().second;
+        }
+    }
+    auto map = std::make_shared<ChangeMap>(dbPath);
+    if (!map->Valid()) {
+        return nullptr;
+    }
+    maps.insert(maps.begin(), {dbPath, map});
+    if (maps.size() > kCachedChangeMaps) {
+        maps.pop_back();
+    }
+    return map;
+}
+
+void BumpChanges(const std::string& dbPath, const std::vector<std::uint32_t>& words) {
+    if (words.empty()) {
+        return;
+    }
+    if (const auto map = ChangesOf(dbPath)) {
+        for (const std::uint32_t w : words) {
+            map->Bump(w);
+        }
+    }
+}
+
 // ---- connections ---------------------------------------------------------
 
 class Connection;
@@ -400,6 +529,8 @@ public:
     // Batches.
     int batchDepth = 0;
     bool batchWriting = false;
+    // The change counters the open batch bumps when it commits.
+    std::vector<std::uint32_t> batchChanges;
     // Read snapshots (never open together with a batch).
     int snapshotDepth = 0;
 
@@ -795,6 +926,15 @@ unsigned int WriteStatement(Connection& db, F&& body) {
     return WithRetry(body);
 }
 
+// Records a committed change (now), or one the thread's batch commits later.
+void Changed(Connection& db, std::uint32_t word) {
+    if (db.batchDepth > 0) {
+        db.batchChanges.push_back(word);
+    } else {
+        BumpChanges(db.path(), {word});
+    }
+}
+
 Connection* BatchConnection(const std::string& path) {
     unsigned int error = ERROR_SUCCESS;
     return Connections().Get(path, error);
@@ -869,6 +1009,9 @@ unsigned int RegistryStore::CreateKey(HKEY parent, const wchar_t* subKey, const 
     }
     if (rc != ERROR_SUCCESS) {
         return rc;
+    }
+    if (created) {
+        Changed(db, 0);
     }
     if (disposition != nullptr) {
         *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
@@ -968,7 +1111,7 @@ unsigned int RegistryStore::SetValue(HKEY key, const wchar_t* name, unsigned int
     }
     Connection& db = *t.db;
     const std::string stored = ToStored(type, data, size);
-    return WriteStatement(db, [&]() -> unsigned int {
+    const unsigned int rc = WriteStatement(db, [&]() -> unsigned int {
         sqlite3_stmt* s = db.Statement(kSetValue);
         if (s == nullptr) {
             return MapSqliteError(db.LastError());
@@ -985,6 +1128,83 @@ unsigned int RegistryStore::SetValue(HKEY key, const wchar_t* name, unsigned int
         }
         return sqlite3_changes(sqlite3_db_handle(s)) == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
     });
+    if (rc == ERROR_SUCCESS) {
+        Changed(db, ChangeSlot(t.ref.id, valueName.upper));
+    }
+    return rc;
+}
+
+unsigned int RegistryStore::UpdateValue(HKEY key, const wchar_t* name, unsigned int type,
+                                        const void* data, unsigned int size) {
+    if (data == nullptr && size != 0) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    Name valueName;
+    if (!ValueName(name, valueName)) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    Target t;
+    if (const unsigned int rc = Begin(key, t); rc != ERROR_SUCCESS) {
+        return rc;
+    }
+    Connection& db = *t.db;
+    const std::string stored = ToStored(type, data, size);
+    bool changed = false;
+    // Looked at and written under the write lock, so no write of another
+    // process can come between.
+    auto body = [&]() -> unsigned int {
+        changed = false;
+        sqlite3_stmt* q = db.Statement(kQueryValue);
+        if (q == nullptr) {
+            return MapSqliteError(db.LastError());
+        }
+        {
+            Bound b(q);
+            b.Int(1, t.ref.id);
+            b.Text(2, valueName.upper);
+            const int step = b.Step();
+            if (step == SQLITE_ROW &&
+                static_cast<unsigned int>(sqlite3_column_int64(q, 0)) == type &&
+                static_cast<std::size_t>(sqlite3_column_bytes(q, 1)) == stored.size() &&
+                (stored.empty() ||
+                 std::memcmp(sqlite3_column_blob(q, 1), stored.data(), stored.size()) == 0)) {
+                return ERROR_SUCCESS;
+            }
+            if (step != SQLITE_ROW && step != SQLITE_DONE) {
+                return MapSqliteError(step);
+            }
+        }
+        sqlite3_stmt* s = db.Statement(kSetValue);
+        if (s == nullptr) {
+            return MapSqliteError(db.LastError());
+        }
+        Bound b(s);
+        b.Int(1, t.ref.id);
+        b.Text(2, valueName.text);
+        b.Text(3, valueName.upper);
+        b.Int(4, type);
+        b.Blob(5, stored);
+        const int step = b.Step();
+        if (step != SQLITE_DONE) {
+            return MapSqliteError(step);
+        }
+        changed = true;
+        return sqlite3_changes(sqlite3_db_handle(s)) == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
+    };
+    unsigned int rc = ERROR_SUCCESS;
+    if (db.batchDepth > 0) {
+        rc = JoinBatch(db);
+        if (rc == ERROR_SUCCESS) {
+            rc = body();
+        }
+        rc = rc == kRetry ? ERROR_REGISTRY_IO_FAILED : rc;
+    } else {
+        rc = WriteTransaction(db, body);
+    }
+    if (rc == ERROR_SUCCESS && changed) {
+        Changed(db, ChangeSlot(t.ref.id, valueName.upper));
+    }
+    return rc;
 }
 
 unsigned int RegistryStore::DeleteKey(HKEY key, const wchar_t* subKey) {
@@ -997,7 +1217,7 @@ unsigned int RegistryStore::DeleteKey(HKEY key, const wchar_t* subKey) {
         return rc;
     }
     Connection& db = *t.db;
-    return WriteTransaction(db, [&]() -> unsigned int {
+    const unsigned int result = WriteTransaction(db, [&]() -> unsigned int {
         sqlite3_int64 id = 0;
         if (const unsigned int rc = Walk(db, t.ref.id, parts, id); rc != ERROR_SUCCESS) {
             return rc;
@@ -1030,6 +1250,10 @@ unsigned int RegistryStore::DeleteKey(HKEY key, const wchar_t* subKey) {
         }
         return ERROR_SUCCESS;
     });
+    if (result == ERROR_SUCCESS) {
+        Changed(db, 0);  // its values went with it
+    }
+    return result;
 }
 
 unsigned int RegistryStore::DeleteValue(HKEY key, const wchar_t* name) {
@@ -1042,7 +1266,7 @@ unsigned int RegistryStore::DeleteValue(HKEY key, const wchar_t* name) {
         return rc;
     }
     Connection& db = *t.db;
-    return WriteStatement(db, [&]() -> unsigned int {
+    const unsigned int rc = WriteStatement(db, [&]() -> unsigned int {
         sqlite3_stmt* s = db.Statement(kDeleteValue);
         if (s == nullptr) {
             return MapSqliteError(db.LastError());
@@ -1064,6 +1288,10 @@ unsigned int RegistryStore::DeleteValue(HKEY key, const wchar_t* name) {
         const unsigned int alive = KeyAlive(db, t.ref.id);
         return alive == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : alive;
     });
+    if (rc == ERROR_SUCCESS) {
+        Changed(db, ChangeSlot(t.ref.id, valueName.upper));
+    }
+    return rc;
 }
 
 unsigned int RegistryStore::EnumKey(HKEY key, unsigned int index, wchar_t* name,
@@ -1149,6 +1377,20 @@ unsigned int RegistryStore::EnumValue(HKEY key, unsigned int index, wchar_t* nam
     return CopyOut(value, data, size);
 }
 
+bool RegistryStore::ChangeStamp(HKEY key, const wchar_t* name, std::uint32_t& stamp) {
+    Name valueName;
+    KeyRef ref;
+    if (!ValueName(name, valueName) || !Resolve(key, ref)) {
+        return false;
+    }
+    const auto map = ChangesOf(ref.path);
+    if (!map) {
+        return false;
+    }
+    stamp = map->Read(0) + map->Read(ChangeSlot(ref.id, valueName.upper));
+    return true;
+}
+
 // ---- batches -------------------------------------------------------------
 
 RegistryBatch::RegistryBatch() : m_path(RegistryStore::Path()), m_open(false) {
@@ -1171,14 +1413,21 @@ unsigned int RegistryBatch::Commit() {
     if (db == nullptr || db->batchDepth == 0) {
         return ERROR_SUCCESS;
     }
-    if (--db->batchDepth > 0 || !db->batchWriting) {
+    if (--db->batchDepth > 0) {
+        return ERROR_SUCCESS;
+    }
+    if (!db->batchWriting) {
+        db->batchChanges.clear();
         return ERROR_SUCCESS;
     }
     db->batchWriting = false;
     const unsigned int rc = WithRetry([&] { return db->Exec(kCommit); });
     if (rc != ERROR_SUCCESS) {
         db->Exec(kRollback);
+    } else {
+        BumpChanges(m_path, db->batchChanges);
     }
+    db->batchChanges.clear();
     return rc;
 }
 
