@@ -11,7 +11,9 @@
 //              batch and the named event, all in the daemon;
 //     wake-up  parsed -> the callback runs: the client's callback thread
 //              woken and scheduled (and the rest of the daemon's turn on a
-//              shared CPU).
+//              shared CPU). On one CPU the woken client may run before
+//              the daemon takes its "parsed" time, so the split between
+//              the two parts is approximate; their sum is not.
 // The daemon also records the CPU time its reader thread spent on the
 // sentence, which the machine's load does not inflate.
 // All times are on the monotonic clock, which both processes share.
