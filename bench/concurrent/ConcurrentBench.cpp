@@ -88,6 +88,46 @@ void BM_NamedEventPingPongAcrossProcesses(benchmark::State& state) {
 }
 BENCHMARK(BM_NamedEventPingPongAcrossProcesses)->Arg(0)->Arg(1)->UseRealTime();
 
+// --- a producer's signal on an event another process holds ----------------
+
+// A child that holds the named event until it is told to quit, as a client
+// holds the GPS events while the daemon signals them.
+template <typename Signal>
+void SignalHeldEvent(benchmark::State& state, Signal signal) {
+    using kiv::platform::Event;
+    using kiv::platform::EventReset;
+    Event held = Event::Create(L"bench held", EventReset::Automatic, false);
+    Event quitEvent = Event::Create(L"bench quit", EventReset::Manual, false);
+    const pid_t child = fork();
+    if (child == 0) {
+        Event childHeld = Event::Open(L"bench held");
+        kiv::platform::WaitFor(quitEvent, kiv::platform::kInfinite);
+        _exit(childHeld.IsValid() ? 0 : 1);
+    }
+    for (auto _ : state) {
+        signal();
+        held.Reset();  // so that every signal changes the event
+    }
+    quitEvent.Set();
+    waitpid(child, nullptr, 0);
+}
+
+void BM_Baseline_NamedEventSignalByOpening(benchmark::State& state) {
+    using kiv::platform::Event;
+    SignalHeldEvent(state, [] {
+        const Event event =
+            Event::Create(L"bench held", kiv::platform::EventReset::Automatic, false);
+        event.Set();
+    });
+}
+BENCHMARK(BM_Baseline_NamedEventSignalByOpening);
+
+void BM_NamedEventSignaller(benchmark::State& state) {
+    kiv::platform::EventSignaller signaller(L"bench held");
+    SignalHeldEvent(state, [&] { signaller.Set(); });
+}
+BENCHMARK(BM_NamedEventSignaller);
+
 // --- uncontended mutex -----------------------------------------------------
 
 void BM_Baseline_RecursiveMutexLockUnlock(benchmark::State& state) {

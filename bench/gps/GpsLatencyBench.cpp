@@ -6,8 +6,16 @@
 // (KIV_GPS_READ_TRACE), which splits the latency in two:
 //   wait     write -> the read returned: the reader's 30 ms pause after a
 //            short read, when the sentence arrives during it;
-//   library  the read returned -> the callback runs: parsing, the registry
-//            batch, the named event, and the client's callback thread.
+//   library  the read returned -> the callback runs, in two parts:
+//     daemon   the read returned -> its bytes parsed: parsing, the registry
+//              batch and the named event, all in the daemon;
+//     wake-up  parsed -> the callback runs: the client's callback thread
+//              woken and scheduled (and the rest of the daemon's turn on a
+//              shared CPU). On one CPU the woken client may run before
+//              the daemon takes its "parsed" time, so the split between
+//              the two parts is approximate; their sum is not.
+// The daemon also records the CPU time its reader thread spent on the
+// sentence, which the machine's load does not inflate.
 // All times are on the monotonic clock, which both processes share.
 //
 //   bench_gps_latency [--fixes N]   (default 300; --benchmark_* is ignored)
@@ -89,14 +97,21 @@ std::string Rmc(int fix) {
     return kiv::sim::WithChecksum(body) + "\r\n";
 }
 
-// The newest read the daemon recorded: when it returned, or 0.
-long long LastReadNs(const std::string& trace) {
+struct ReadRecord {
+    long long returned = 0;
+    long long parsed = 0;
+    long long cpu = 0;
+};
+
+// The newest read the daemon recorded: when it returned and when its bytes
+// were parsed, or zeros.
+ReadRecord LastRead(const std::string& trace) {
     std::ifstream in(trace);
-    long long last = 0;
-    long long ns = 0;
+    ReadRecord last;
+    ReadRecord r;
     int bytes = 0;
-    while (in >> ns >> bytes) {
-        last = ns;
+    while (in >> r.returned >> bytes >> r.parsed >> r.cpu) {
+        last = r;
     }
     return last;
 }
@@ -150,6 +165,9 @@ int main(int argc, char** argv) {
     std::vector<double> total;
     std::vector<double> wait;
     std::vector<double> library;
+    std::vector<double> daemon;
+    std::vector<double> wakeUp;
+    std::vector<double> daemonCpu;
     int status = 0;
     {
         kiv::gps::MGPSService service;
@@ -194,10 +212,12 @@ int main(int argc, char** argv) {
                 called = g_callbackNs;
             }
             // The daemon records the read after parsing it; wait for it.
-            long long read = 0;
-            for (int tries = 0; tries < 1000 && (read = LastReadNs(trace)) < written; ++tries) {
+            ReadRecord record;
+            for (int tries = 0; tries < 1000 && (record = LastRead(trace)).returned < written;
+                 ++tries) {
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
             }
+            const long long read = record.returned;
             // A fix event comes with the first fix's moving event; let both pass.
             std::this_thread::sleep_for(std::chrono::milliseconds(fix < warmUp ? 100 : 0));
             if (fix < warmUp) {
@@ -211,6 +231,9 @@ int main(int argc, char** argv) {
             total.push_back(static_cast<double>(called - written) / 1000);
             wait.push_back(static_cast<double>(read - written) / 1000);
             library.push_back(static_cast<double>(called - read) / 1000);
+            daemon.push_back(static_cast<double>(record.parsed - read) / 1000);
+            wakeUp.push_back(static_cast<double>(called - record.parsed) / 1000);
+            daemonCpu.push_back(static_cast<double>(record.cpu) / 1000);
         }
     }
     close(master);
@@ -239,9 +262,13 @@ int main(int argc, char** argv) {
         Report("  of it, writes that met the 30 ms pause", paused);
     }
     Report("library: read returned -> callback", library);
+    Report("  daemon: read returned -> parsed, signalled", daemon);
+    Report("  wake-up: signalled -> callback", wakeUp);
+    Report("daemon's CPU time for the sentence", daemonCpu);
     std::printf("writes that met the reader's 30 ms pause (wait > 1 ms): %zu of %zu\n",
                 paused.size(), wait.size());
-    std::printf("library part p99 under 1 ms: %s\n",
-                Percentile(library, 0.99) < 1000 ? "met" : "NOT met");
+    std::printf("library part p50 under 60 us: %s; p99 under 300 us: %s\n",
+                Percentile(library, 0.5) < 60 ? "met" : "NOT met",
+                Percentile(library, 0.99) < 300 ? "met" : "NOT met");
     return 0;
 }

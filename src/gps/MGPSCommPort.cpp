@@ -92,24 +92,29 @@ void MGPSCommPort::ReaderThread() {
     parser.Output().SetSleeper([this](unsigned int ms) { Pause(ms); });
     // For latency measurements only: with KIV_GPS_READ_TRACE set, each read
     // that returned data is recorded as "<steady-clock ns when it returned>
-    // <bytes>", written after the bytes are parsed so that the record does
-    // not delay the events.
+    // <bytes> <steady-clock ns when its bytes were parsed> <CPU ns the reader
+    // thread spent parsing them>", written after the bytes are parsed so that
+    // the record does not delay the events.
     const auto trace = platform::TraceFile::FromEnvironment("KIV_GPS_READ_TRACE");
     unsigned char buffer[kReadSize + 10];
     while (m_running) {
         const int n = Read(buffer, kReadSize);
         const auto returned = trace ? std::chrono::steady_clock::now().time_since_epoch()
                                     : std::chrono::steady_clock::duration::zero();
+        const long long cpuBefore = trace ? platform::TraceFile::ThreadCpuNs() : 0;
         const int count = n > 0 ? n : 0;
         buffer[count] = 0;
         parser.Process(buffer, static_cast<unsigned int>(count));
         if (trace && count > 0) {
-            char record[48];
-            const int length = std::snprintf(
-                record, sizeof record, "%lld %d\n",
-                static_cast<long long>(
-                    std::chrono::duration_cast<std::chrono::nanoseconds>(returned).count()),
-                count);
+            const auto parsed = std::chrono::steady_clock::now().time_since_epoch();
+            const long long cpu = platform::TraceFile::ThreadCpuNs() - cpuBefore;
+            const auto ns = [](std::chrono::steady_clock::duration d) {
+                return static_cast<long long>(
+                    std::chrono::duration_cast<std::chrono::nanoseconds>(d).count());
+            };
+            char record[64];
+            const int length = std::snprintf(record, sizeof record, "%lld %d %lld %lld\n",
+                                             ns(returned), count, ns(parsed), cpu);
             trace->Append(std::string_view(record, static_cast<std::size_t>(length)));
         }
         ++m_loops;

@@ -163,15 +163,27 @@ void RegistryNmeaOutput::Signal(const wchar_t* eventName) {
         m_deferred.push_back(eventName);
         return;
     }
-    // The parser keeps no event open: create or open, set, close.
-    const platform::Event event =
-        platform::Event::Create(eventName, platform::EventReset::Automatic, false);
-    event.Set();
+    // The parser holds no handle on its events, so a signal nobody holds the
+    // event for is lost, as the device loses it when the parser creates the
+    // event, sets it and closes it again; the signaller only saves the lookup.
+    for (Signaller& s : m_signallers) {
+        if (s.name == eventName) {
+            s.event->Set();
+            return;
+        }
+    }
+    auto event = std::make_unique<platform::EventSignaller>(eventName);
+    event->Set();
+    m_signallers.push_back({eventName, std::move(event)});
 }
 
 void RegistryNmeaOutput::Log(std::wstring_view text) {
     const std::wstring line(text);
     m_log.InformationPrintf(L"%ls", line.c_str());
+}
+
+bool RegistryNmeaOutput::Logging() {
+    return (m_log.GetDebugLevel() & log::MDebugLog::DEBUG_LEVEL_INFORMATION) != 0;
 }
 
 void RegistryNmeaOutput::Sleep(unsigned int ms) {

@@ -13,6 +13,7 @@
 
 #include "gps/NmeaParserCore.h"
 #include "platform/RegistryStore.h"
+#include "platform/Waitable.h"
 
 namespace kiv::gps {
 
@@ -44,6 +45,7 @@ public:
     bool GetDword(const wchar_t* name, std::uint32_t& value) override;
     void Signal(const wchar_t* eventName) override;
     void Log(std::wstring_view text) override;
+    bool Logging() override;
     void Sleep(unsigned int ms) override;
 
     void BeginChunk();
@@ -72,6 +74,11 @@ private:
         std::uint32_t value;
     };
 
+    struct Signaller {
+        std::wstring name;
+        std::unique_ptr<platform::EventSignaller> event;
+    };
+
     system::MRegistry m_registry;
     HKEY m_stampKey = nullptr;  // the GPS key, for stamps and unchanged-value writes
     std::vector<Known> m_known;
@@ -82,6 +89,9 @@ private:
     std::unique_ptr<platform::RegistryBatch> m_chunk;  // open once the chunk writes
     std::vector<const wchar_t*> m_deferred;            // events to signal after it
     std::function<void(unsigned int)> m_sleeper;
+    // One per event name, made on its first signal and kept: a signal then
+    // costs no lookup by name.
+    std::vector<Signaller> m_signallers;
 };
 
 class MNmeaParserImpl {

@@ -29,6 +29,9 @@ public:
     virtual void Signal(const wchar_t* eventName) = 0;
     /// One line of the debug log.
     virtual void Log(std::wstring_view text) = 0;
+    /// False while the debug log drops what Log gives it, so that the lines
+    /// need not be made.
+    virtual bool Logging() { return true; }
     /// Demo pacing: suspends the reader for `ms` milliseconds.
     virtual void Sleep(unsigned int ms) = 0;
 };

@@ -300,13 +300,17 @@ void NmeaParserCore::ParseSentence(std::string_view sentence) {
 
     m_fix.freshness[1] = 6;
     m_fix.freshness[2] = 10;
-    const std::wstring wide = text::FromUtf8(sentence);
-    m_output.Log(wide);
-    m_output.Log(L"m_szLogFile " + m_logFile);
-    if (!m_logFile.empty()) {
+    if (m_output.Logging()) {
+        const std::wstring wide = text::FromUtf8(sentence);
+        m_output.Log(wide);
+        m_output.Log(L"m_szLogFile " + m_logFile);
+        if (!m_logFile.empty()) {
+            AppendToNmeaLog(sentence);
+        }
+        m_output.Log(L"NMEA Data " + wide);
+    } else if (!m_logFile.empty()) {
         AppendToNmeaLog(sentence);
     }
-    m_output.Log(L"NMEA Data " + wide);
 
     const int oldState = m_fix.state;
     const ArcRecord oldLat = m_fix.latitude;

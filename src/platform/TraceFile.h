@@ -22,6 +22,10 @@ public:
     /// Appends `record` as it is (a line should end in '\n').
     void Append(std::string_view record);
 
+    /// CPU time the calling thread has used, in nanoseconds (a system call:
+    /// for measurement records only).
+    static long long ThreadCpuNs();
+
 private:
     explicit TraceFile(int fd) : m_fd(fd) {}
     int m_fd;

@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -100,6 +101,31 @@ private:
     explicit Event(detail::WaitableBody* body) noexcept : Waitable(body) {}
 
     friend struct detail::WaitableAccess;
+};
+
+/// Sets a named event on behalf of a process that never waits on it, such
+/// as a producer that signals on every item. It holds no handle: a Set
+/// reaches the event only while some handle anywhere holds it, and is lost
+/// otherwise, exactly as creating the event, setting it and closing the
+/// handle at once would do, so a signal never outlives the event's holders.
+/// Unlike that sequence it costs no lookup by name while the event remains
+/// the same object: only the table lock (no system call when uncontended)
+/// and, when a thread waits, the wake-up. Not for use by two threads at once.
+class EventSignaller {
+public:
+    /// Signals the event `name` of the namespace in KIV_NAMESPACE now.
+    explicit EventSignaller(std::wstring_view name);
+    ~EventSignaller();
+    EventSignaller(const EventSignaller&) = delete;
+    EventSignaller& operator=(const EventSignaller&) = delete;
+
+    /// Sets the event as Event::Set does. False if no event of that name
+    /// exists now (the signal is lost) or the table is unusable.
+    bool Set();
+
+private:
+    struct Target;
+    std::unique_ptr<Target> m_target;
 };
 
 class Semaphore : public Waitable {

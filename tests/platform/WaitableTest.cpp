@@ -15,6 +15,7 @@ namespace {
 
 using kiv::platform::Event;
 using kiv::platform::EventReset;
+using kiv::platform::EventSignaller;
 using kiv::platform::kInfinite;
 using kiv::platform::kWaitFailed;
 using kiv::platform::kWaitTimeout;
@@ -253,6 +254,49 @@ TEST(NamedObjects, ManyHandlesOfOneProcessShareOneRecord) {
     ASSERT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
     EXPECT_EQ(census.objects, 0);
     EXPECT_EQ(census.processes, 0);
+    EXPECT_TRUE(census.consistent);
+}
+
+TEST(EventSignaller, ReachesTheEventOnlyWhileAHandleHoldsItAndFollowsItsSuccessors) {
+    EventSignaller signaller(L"KIV_GPS_EVENT_FIX");
+    EXPECT_FALSE(signaller.Set());  // nobody holds it: the signal is lost
+    bool existed = true;
+    Event first = Event::Create(L"KIV_GPS_EVENT_FIX", EventReset::Automatic, false, &existed);
+    EXPECT_FALSE(existed);
+    EXPECT_EQ(WaitFor(first, 0), kWaitTimeout);
+    EXPECT_TRUE(signaller.Set());
+    EXPECT_TRUE(signaller.Set());  // an automatic event keeps one signal
+    EXPECT_EQ(WaitFor(first, 0), 0);
+    EXPECT_EQ(WaitFor(first, 0), kWaitTimeout);
+    {
+        Waiters one(first, 1);
+        ASSERT_TRUE(one.AllAsleep());
+        EXPECT_TRUE(signaller.Set());
+        EXPECT_EQ(one.AwaitDone(1), 1);
+        EXPECT_EQ(one.Succeeded(), 1);
+    }
+    // The signal of an event nobody holds does not outlive it.
+    EXPECT_TRUE(signaller.Set());
+    first.Close();
+    EXPECT_FALSE(signaller.Set());
+    // Another object that takes the freed slot is not signalled in its place.
+    Event other = Event::Create(L"other", EventReset::Manual, false);
+    EXPECT_FALSE(signaller.Set());
+    EXPECT_EQ(WaitFor(other, 0), kWaitTimeout);
+    // A manual event of the name, made anew, is found and stays signalled.
+    Event manual = Event::Create(L"KIV_GPS_EVENT_FIX", EventReset::Manual, false);
+    EXPECT_TRUE(signaller.Set());
+    EXPECT_EQ(WaitFor(manual, 0), 0);
+    EXPECT_EQ(WaitFor(manual, 0), 0);
+    // A semaphore of the name is no event.
+    manual.Close();
+    Semaphore named = Semaphore::Create(L"KIV_GPS_EVENT_FIX", 0, 5);
+    EXPECT_FALSE(signaller.Set());
+    EXPECT_EQ(WaitFor(named, 0), kWaitTimeout);
+    kiv::platform::NamedObjectCensus census;
+    ASSERT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
+    EXPECT_EQ(census.records, 2) << "the signaller holds no handle";
+    EXPECT_EQ(census.objects, 2);
     EXPECT_TRUE(census.consistent);
 }
 

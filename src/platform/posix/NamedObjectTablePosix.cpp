@@ -627,6 +627,38 @@ std::optional<NamedObjectTable::Opened> NamedObjectTable::Open(std::u16string_vi
     return Opened{&o.state, static_cast<ObjectKind>(o.kind), o.maximum, *slot, o.uid};
 }
 
+bool NamedObjectTable::UseExisting(std::u16string_view name, Family family, Found* found,
+                                   void (*use)(void* context, WaitState& state, ObjectKind kind),
+                                   void* context) {
+    if (name.empty() || name.size() > kMaxObjectName) {
+        return false;
+    }
+    Guard lock(*this);
+    if (!lock.Locked()) {
+        return false;
+    }
+    // The uid tells whether the slot still holds the object found last time:
+    // a slot freed and used again gets a new one.
+    std::optional<std::uint32_t> slot;
+    if (found->slot < kObjectSlots && Editor::InUse(m_layout->objects[found->slot]) &&
+        m_layout->objects[found->slot].uid == found->uid) {
+        slot = found->slot;
+    } else {
+        slot = Editor(*m_layout, m_selfHint).FindObject(name, HashName(name));
+    }
+    if (!slot) {
+        *found = Found{};
+        return false;
+    }
+    ObjectSlot& o = m_layout->objects[*slot];
+    *found = Found{*slot, o.uid};
+    if (!IsValidKind(o.kind) || FamilyOf(o.kind) != family) {
+        return false;
+    }
+    use(context, o.state, static_cast<ObjectKind>(o.kind));
+    return true;
+}
+
 void NamedObjectTable::Close(std::uint32_t slot, std::uint64_t uid) {
     if (slot >= kObjectSlots) {
         return;

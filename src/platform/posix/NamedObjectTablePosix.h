@@ -71,6 +71,19 @@ public:
     /// the object with its last handle. Ignored if `uid` no longer names it.
     void Close(std::uint32_t slot, std::uint64_t uid);
 
+    /// Where a lookup by name last found its object, so that the next one
+    /// can skip the search while the object stays the same.
+    struct Found {
+        std::uint32_t slot = UINT32_MAX;
+        std::uint64_t uid = 0;
+    };
+    /// Calls `use(context, state, kind)` with the table lock held on the live
+    /// object `name` of `family`, found first where `*found` says and else by
+    /// name; records where it was. Adds no handle and reads no process's
+    /// liveness. False, calling nothing, if there is no such object now.
+    bool UseExisting(std::u16string_view name, Family family, Found* found,
+                     void (*use)(void* context, WaitState& state, ObjectKind kind), void* context);
+
     /// Counts objects, processes and records under the lock, and checks that
     /// the derived counts agree with the records. Reclaims nothing itself.
     std::optional<CensusResult> Census();

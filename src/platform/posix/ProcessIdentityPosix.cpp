@@ -1,6 +1,7 @@
 #include "platform/posix/ProcessIdentityPosix.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -10,6 +11,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+
+#ifndef SYS_pidfd_open
+#define SYS_pidfd_open 434  // Linux 5.3, the same number on every architecture
+#endif
 
 namespace kiv::platform::posix {
 namespace {
@@ -61,21 +66,123 @@ bool ReadProcessStat(std::int32_t pid, char* state, std::uint64_t* startTime) {
     return false;
 }
 
+// True once the process a pidfd refers to has ended (a zombie included):
+// the kernel makes the descriptor readable then.
+bool HasEnded(int pidfd) {
+    pollfd p{pidfd, POLLIN, 0};
+    int rc;
+    do {
+        rc = poll(&p, 1, 0);
+    } while (rc < 0 && errno == EINTR);
+    return rc != 0;
+}
+
+// Processes found alive once through /proc, watched from then on through a
+// pidfd, so that checking them again costs one poll and no file system
+// access, and a reused pid cannot be mistaken for them. Few are watched at
+// once (the oldest watch makes room); a watch found ended is closed. A
+// forked child starts with no watches: the descriptors it inherited are
+// left alone, as it may have closed or reused them.
+class Watches {
+public:
+    // 1: the watched process `pid` is alive and `sameStart` accepts it;
+    // 0: the process recorded is known to have ended; -1: not known here.
+    template <typename SameStart>
+    int Check(std::int32_t pid, SameStart sameStart) {
+        std::lock_guard<std::mutex> guard(m_lock);
+        Own();
+        for (Watch& w : m_watches) {
+            if (w.fd < 0 || w.pid != pid) {
+                continue;
+            }
+            if (HasEnded(w.fd)) {
+                Drop(w);
+                return -1;  // the pid may have been given to another process
+            }
+            // The pid is still the watched process's: the one recorded is
+            // alive if and only if it is that process.
+            return sameStart(w.startTime) ? 1 : 0;
+        }
+        return -1;
+    }
+
+    // Watches `pid` (started at `startTime`) through `pidfd`, which it owns.
+    void Add(std::int32_t pid, std::uint64_t startTime, int pidfd) {
+        std::lock_guard<std::mutex> guard(m_lock);
+        Own();
+        Watch& w = m_watches[m_next];
+        m_next = (m_next + 1) % kWatches;
+        if (w.fd >= 0) {
+            Drop(w);
+        }
+        w = {pid, startTime, pidfd};
+    }
+
+private:
+    static constexpr int kWatches = 32;
+    struct Watch {
+        std::int32_t pid = 0;
+        std::uint64_t startTime = 0;
+        int fd = -1;
+    };
+
+    void Own() {
+        const std::int32_t self = getpid();
+        if (m_owner != self) {
+            m_owner = self;
+            for (Watch& w : m_watches) {
+                w = Watch{};
+            }
+        }
+    }
+    static void Drop(Watch& w) {
+        close(w.fd);
+        w = Watch{};
+    }
+
+    std::mutex m_lock;
+    std::int32_t m_owner = 0;
+    int m_next = 0;
+    Watch m_watches[kWatches];
+};
+
+Watches& TheWatches() {
+    static Watches* watches = new Watches;  // kept to the end: checks may run at exit
+    return *watches;
+}
+
 template <typename SameStart>
 bool IsAlive(std::int32_t pid, SameStart sameStart) {
     if (pid <= 0) {
         return false;
     }
+    if (const int known = TheWatches().Check(pid, sameStart); known >= 0) {
+        return known == 1;
+    }
+    // The pidfd is taken before /proc is read: if the process it refers to
+    // is still running after the read, the start time read is its own.
+    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     char state = 0;
     std::uint64_t started = 0;
     if (!ReadProcessStat(pid, &state, &started)) {
+        if (pidfd >= 0) {
+            close(pidfd);
+        }
         // Without /proc only existence can be told: a reused pid then keeps
         // the dead process's records until the new process ends.
         return kill(pid, 0) == 0 || errno == EPERM;
     }
     // A zombie has released everything; a different start time is a new
     // process that reused the pid.
-    return state != 'Z' && state != 'X' && sameStart(started);
+    const bool alive = state != 'Z' && state != 'X' && sameStart(started);
+    if (pidfd >= 0) {
+        if (state != 'Z' && state != 'X' && !HasEnded(pidfd)) {
+            TheWatches().Add(pid, started, pidfd);
+        } else {
+            close(pidfd);
+        }
+    }
+    return alive;
 }
 
 }  // namespace

@@ -19,6 +19,8 @@ ProcessIdentity CurrentProcessIdentity();
 
 /// False once the process has ended (a zombie counts as ended) or its pid
 /// belongs to another process. Without /proc only existence can be told.
+/// A process found alive is watched through a pidfd from then on, so that
+/// checking it again reads no file.
 bool ProcessIsAlive(std::int32_t pid, std::uint64_t startTime);
 
 /// The same for a start time kept in 32 bits (its low half), where a record

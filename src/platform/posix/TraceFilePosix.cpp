@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -25,6 +26,12 @@ TraceFile::~TraceFile() {
 
 void TraceFile::Append(std::string_view record) {
     [[maybe_unused]] const ssize_t n = write(m_fd, record.data(), record.size());
+}
+
+long long TraceFile::ThreadCpuNs() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<long long>(t.tv_sec) * 1000000000LL + t.tv_nsec;
 }
 
 }  // namespace kiv::platform

@@ -197,6 +197,28 @@ int WaitBodies(WaitableBody* const* bodies, int n, int timeoutMs) {
     return result;
 }
 
+// Signals an event's state as Set does; true if the word changed, so that
+// waiters are to be woken.
+bool PublishSet(posix::WaitState& state, ObjectKind kind) {
+    const bool manual = kind == ObjectKind::ManualEvent;
+    std::atomic<std::uint32_t>& word = state.word;
+    std::uint32_t v = word.load(std::memory_order_relaxed);
+    do {
+        const std::uint32_t units = v & kUnitMask;
+        // A manual event has one unit; an automatic one a unit per waiter
+        // and one more for the next wait.
+        const std::uint32_t limit =
+            manual ? 1u
+                   : std::min<std::uint32_t>(kUnitMask,
+                                             state.waiters.load(std::memory_order_seq_cst) + 1);
+        if (units >= limit) {
+            return false;
+        }
+    } while (!word.compare_exchange_weak(v, ((v + kSequenceStep) & ~kPulsePending) + 1,
+                                         std::memory_order_seq_cst, std::memory_order_relaxed));
+    return true;
+}
+
 WaitableBody* NewLocalBody(ObjectKind kind, std::uint32_t word, std::int32_t maximum) {
     auto* body = new (std::nothrow) WaitableBody;
     if (body != nullptr) {
@@ -299,23 +321,53 @@ bool Event::Set() const {
     if (!IsEvent(m_body)) {
         return false;
     }
-    const bool manual = m_body->kind == ObjectKind::ManualEvent;
-    std::atomic<std::uint32_t>& word = m_body->state->word;
-    std::uint32_t v = word.load(std::memory_order_relaxed);
-    do {
-        const std::uint32_t units = v & kUnitMask;
-        // A manual event has one unit; an automatic one a unit per waiter
-        // and one more for the next wait.
-        const std::uint32_t limit =
-            manual ? 1u
-                   : std::min<std::uint32_t>(
-                         kUnitMask, m_body->state->waiters.load(std::memory_order_seq_cst) + 1);
-        if (units >= limit) {
-            return true;
-        }
-    } while (!word.compare_exchange_weak(v, ((v + kSequenceStep) & ~kPulsePending) + 1,
-                                         std::memory_order_seq_cst, std::memory_order_relaxed));
-    WakeWaiters(*m_body, manual ? INT_MAX : 1);
+    if (PublishSet(*m_body->state, m_body->kind)) {
+        WakeWaiters(*m_body, m_body->kind == ObjectKind::ManualEvent ? INT_MAX : 1);
+    }
+    return true;
+}
+
+struct EventSignaller::Target {
+    std::shared_ptr<NamedObjectTable> table;
+    std::u16string name;
+    NamedObjectTable::Found found;
+};
+
+EventSignaller::EventSignaller(std::wstring_view name)
+    : m_target(new (std::nothrow) Target{NamedObjectTable::Current(), text::ToUtf16(name), {}}) {}
+
+EventSignaller::~EventSignaller() = default;
+
+bool EventSignaller::Set() {
+    if (m_target == nullptr || m_target->table == nullptr) {
+        return false;
+    }
+    struct Outcome {
+        posix::WaitState* state = nullptr;
+        ObjectKind kind = ObjectKind::None;
+        bool changed = false;
+    } outcome;
+    const bool found = m_target->table->UseExisting(
+        m_target->name, NamedObjectTable::Family::Event, &m_target->found,
+        [](void* context, posix::WaitState& state, ObjectKind kind) {
+            auto* out = static_cast<Outcome*>(context);
+            *out = {&state, kind, PublishSet(state, kind)};
+        },
+        &outcome);
+    if (!found) {
+        return false;
+    }
+    // The wake-up comes after the table lock is released. Should the last
+    // holder close the event meanwhile and its slot be used again, the
+    // wake-up is a spurious one for the slot's new object, whose waiters
+    // look at their word and sleep again.
+    if (outcome.changed) {
+        WaitableBody body;
+        body.state = outcome.state;
+        body.kind = outcome.kind;
+        body.shared = true;
+        WakeWaiters(body, outcome.kind == ObjectKind::ManualEvent ? INT_MAX : 1);
+    }
     return true;
 }
 
