@@ -22,22 +22,6 @@ using kiv::test::Delivery;
 using kiv::test::RecordingListener;
 using kiv::test::RecordingPlayer;
 
-// Records, across listeners, which listener saw which event.
-class SequenceListener : public IPlayerListener {
-public:
-    SequenceListener(int id, std::vector<std::pair<int, unsigned char>>& log, std::mutex& lock)
-        : m_id(id), m_log(log), m_lock(lock) {}
-    void OnPlayerEvent(const MPlayerEvent& event) override {
-        std::lock_guard<std::mutex> hold(m_lock);
-        m_log.emplace_back(m_id, event.GetEventType());
-    }
-
-private:
-    int m_id;
-    std::vector<std::pair<int, unsigned char>>& m_log;
-    std::mutex& m_lock;
-};
-
 // Holds its first call until opened, then hands every event to `then`.
 class GateListener : public IPlayerListener {
 public:
@@ -78,10 +62,20 @@ private:
 
 TEST(MPlayerListenerDispatcher, ListenersRunInListOrderOnOneThreadThatIsNotTheCallers) {
     RecordingPlayer player;
+    // Which listener saw which event, across the two.
     std::mutex lock;
     std::vector<std::pair<int, unsigned char>> log;
-    SequenceListener first(1, log, lock);
-    SequenceListener second(2, log, lock);
+    std::vector<std::pair<int, unsigned char>> expected;
+    auto logAs = [&](int id) {
+        return [&, id](const MPlayerEvent& event) {
+            std::lock_guard<std::mutex> hold(lock);
+            log.emplace_back(id, event.GetEventType());
+        };
+    };
+    GateListener first(logAs(1));
+    GateListener second(logAs(2));
+    first.Open();
+    second.Open();
     RecordingListener recorder;
     player.AddPlayerListener(&first);
     player.AddPlayerListener(&second);
@@ -89,7 +83,9 @@ TEST(MPlayerListenerDispatcher, ListenersRunInListOrderOnOneThreadThatIsNotTheCa
 
     constexpr int kEvents = 300;
     for (int i = 0; i < kEvents; ++i) {
-        player.FireEvent(static_cast<unsigned char>(i % 13));
+        const auto type = static_cast<unsigned char>(i % 13);
+        player.FireEvent(type);
+        expected.insert(expected.end(), {{1, type}, {2, type}});
     }
     const auto deliveries = recorder.WaitFor(kEvents);
     ASSERT_EQ(deliveries.size(), static_cast<std::size_t>(kEvents));
@@ -99,13 +95,8 @@ TEST(MPlayerListenerDispatcher, ListenersRunInListOrderOnOneThreadThatIsNotTheCa
         EXPECT_EQ(deliveries[i].thread, deliveries[0].thread);
     }
     EXPECT_NE(deliveries[0].thread, std::this_thread::get_id());
-
     std::lock_guard<std::mutex> hold(lock);
-    ASSERT_EQ(log.size(), 2u * kEvents);
-    for (int i = 0; i < kEvents; ++i) {
-        EXPECT_EQ(log[2 * i], std::make_pair(1, static_cast<unsigned char>(i % 13)));
-        EXPECT_EQ(log[2 * i + 1], std::make_pair(2, static_cast<unsigned char>(i % 13)));
-    }
+    EXPECT_EQ(log, expected);
 }
 
 TEST(MPlayerListenerDispatcher, EventsFiredByAnEngineThreadKeepThatThreadsOrder) {
