@@ -21,7 +21,7 @@ protected:
     void SetUp() override {
         setenv("KIV_AUDIO_SINK", "discard", 1);
         setenv("KIV_VIDEO_SINK", "discard", 1);
-        for (const char* extension : {"mp3", "wav", "avi"}) {
+        for (const char* extension : {"mp3", "wav", "wma", "avi", "mkv"}) {
             m_manager.RegisterMediaType(extension, "ms.directshow");
         }
         m_driver = MPlayerManager::GetDriver("ms.directshow");

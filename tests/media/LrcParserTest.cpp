@@ -12,23 +12,28 @@
 using kiv::media::LrcLine;
 using kiv::media::LrcLyrics;
 using kiv::media::LrcParser;
+using kiv::media::LrcWord;
+using Ints = std::vector<int>;
+using Strings = std::vector<std::wstring>;
 
 namespace {
 
-std::vector<int> Times(const LrcLyrics& lyrics) {
-    std::vector<int> times;
-    for (const LrcLine& line : lyrics.lines) {
-        times.push_back(line.timeMs);
+// One field of each line or word, in order.
+template <typename Item, typename Field>
+std::vector<Field> Each(const std::vector<Item>& items, Field Item::*field) {
+    std::vector<Field> values;
+    for (const Item& item : items) {
+        values.push_back(item.*field);
     }
-    return times;
+    return values;
 }
 
-std::vector<std::wstring> Texts(const LrcLyrics& lyrics) {
-    std::vector<std::wstring> texts;
-    for (const LrcLine& line : lyrics.lines) {
-        texts.push_back(line.text);
-    }
-    return texts;
+Ints Times(const LrcLyrics& lyrics) {
+    return Each(lyrics.lines, &LrcLine::timeMs);
+}
+
+Strings Texts(const LrcLyrics& lyrics) {
+    return Each(lyrics.lines, &LrcLine::text);
 }
 
 }  // namespace
@@ -52,10 +57,9 @@ TEST(LrcParser, TimeTagFormsAndHeadersAreReadAndLinesSortedByTime) {
     EXPECT_EQ(lyrics.album, L"An Album");
     EXPECT_EQ(lyrics.author, L"lrc maker");
     EXPECT_EQ(lyrics.offsetMs, 0);
-    EXPECT_EQ(Times(lyrics), (std::vector<int>{5250, 10000, 20500, 30500, 40000, 62345, 6300000}));
-    EXPECT_EQ(Texts(lyrics), (std::vector<std::wstring>{L"first, colon before hundredths",
-                                                        L"second, no fraction", L"third", L"tenths",
-                                                        L"", L"milliseconds", L"past an hour"}));
+    EXPECT_EQ(Times(lyrics), (Ints{5250, 10000, 20500, 30500, 40000, 62345, 6300000}));
+    EXPECT_EQ(Texts(lyrics), (Strings{L"first, colon before hundredths", L"second, no fraction",
+                                      L"third", L"tenths", L"", L"milliseconds", L"past an hour"}));
 }
 
 TEST(LrcParser, SeveralTagsOnOneLineRepeatItAndEqualTimesKeepFileOrder) {
@@ -63,21 +67,21 @@ TEST(LrcParser, SeveralTagsOnOneLineRepeatItAndEqualTimesKeepFileOrder) {
         L"[00:30.00][00:10.00][01:00.00]chorus\n"
         L"[00:20.00]verse\n"
         L"[00:10.00]same time, later in the file\n");
-    EXPECT_EQ(Times(lyrics), (std::vector<int>{10000, 10000, 20000, 30000, 60000}));
-    EXPECT_EQ(Texts(lyrics), (std::vector<std::wstring>{L"chorus", L"same time, later in the file",
-                                                        L"verse", L"chorus", L"chorus"}));
+    EXPECT_EQ(Times(lyrics), (Ints{10000, 10000, 20000, 30000, 60000}));
+    EXPECT_EQ(Texts(lyrics), (Strings{L"chorus", L"same time, later in the file", L"verse",
+                                      L"chorus", L"chorus"}));
 }
 
 TEST(LrcParser, OffsetShiftsEveryLineAndWordAndClampsAtZero) {
     const std::wstring body = L"[00:00.20]<00:00.20>a <00:01.00>b\n[00:10.00]ten\n";
     const LrcLyrics later = LrcParser::Parse(L"[offset:-500]\n" + body);
     EXPECT_EQ(later.offsetMs, -500);
-    EXPECT_EQ(Times(later), (std::vector<int>{700, 10500}));
+    EXPECT_EQ(Times(later), (Ints{700, 10500}));
     EXPECT_EQ(later.lines[0].words[1].timeMs, 1500);
 
     // The offset may come after the lines it applies to.
     const LrcLyrics sooner = LrcParser::Parse(body + L"[offset:+300]");
-    EXPECT_EQ(Times(sooner), (std::vector<int>{0, 9700}));
+    EXPECT_EQ(Times(sooner), (Ints{0, 9700}));
     EXPECT_EQ(sooner.lines[0].words[0].timeMs, 0);
     EXPECT_EQ(sooner.lines[0].words[1].timeMs, 700);
 
@@ -93,24 +97,14 @@ TEST(LrcParser, WordTimingSplitsTheLineAndRepeatsKeepTheWordSpacing) {
     ASSERT_EQ(lyrics.lines.size(), 4u);
     const LrcLine& first = lyrics.lines[0];
     EXPECT_EQ(first.text, L"Oh hello world");
-    ASSERT_EQ(first.words.size(), 4u);
-    EXPECT_EQ(first.words[0].text, L"Oh ");
-    EXPECT_EQ(first.words[0].timeMs, 12000);
-    EXPECT_EQ(first.words[1].text, L"hel");
-    EXPECT_EQ(first.words[2].text, L"lo ");
-    EXPECT_EQ(first.words[3].text, L"world");
-    EXPECT_EQ(first.words[3].timeMs, 13400);
-
-    const LrcLine& again = lyrics.lines[1];
-    EXPECT_EQ(again.text, L"again and <bad>x");
-    ASSERT_EQ(again.words.size(), 3u);
-    EXPECT_EQ(again.words[2].text, L" <bad>x");
-    EXPECT_EQ(again.words[2].timeMs, 21000);
-    const LrcLine& repeat = lyrics.lines[3];
-    EXPECT_EQ(repeat.timeMs, 40000);
-    ASSERT_EQ(repeat.words.size(), 3u);
-    EXPECT_EQ(repeat.words[0].timeMs, 40000);
-    EXPECT_EQ(repeat.words[1].timeMs, 40750);
+    EXPECT_EQ(Each(first.words, &LrcWord::text), (Strings{L"Oh ", L"hel", L"lo ", L"world"}));
+    EXPECT_EQ(Each(first.words, &LrcWord::timeMs), (Ints{12000, 12500, 12800, 13400}));
+    EXPECT_EQ(lyrics.lines[1].text, L"again and <bad>x");
+    EXPECT_EQ(Each(lyrics.lines[1].words, &LrcWord::text),
+              (Strings{L"again ", L"and", L" <bad>x"}));
+    EXPECT_EQ(Each(lyrics.lines[1].words, &LrcWord::timeMs), (Ints{20000, 20750, 21000}));
+    EXPECT_EQ(lyrics.lines[3].timeMs, 40000);
+    EXPECT_EQ(Each(lyrics.lines[3].words, &LrcWord::timeMs), (Ints{40000, 40750, 41000}));
     EXPECT_TRUE(lyrics.lines[2].words.empty());
 }
 
@@ -128,9 +122,8 @@ TEST(LrcParser, MalformedAndGarbageLinesAreSkipped) {
         L"\x0001\x0002\xFFFD garbage \n"
         L"[00:03.00]kept[00:04.00] inner tag is text\n"
         L"  [00:05.00]  leading blanks  \n");
-    EXPECT_EQ(Times(lyrics), (std::vector<int>{3000, 5000}));
-    EXPECT_EQ(Texts(lyrics),
-              (std::vector<std::wstring>{L"kept[00:04.00] inner tag is text", L"leading blanks"}));
+    EXPECT_EQ(Times(lyrics), (Ints{3000, 5000}));
+    EXPECT_EQ(Texts(lyrics), (Strings{L"kept[00:04.00] inner tag is text", L"leading blanks"}));
     EXPECT_TRUE(lyrics.title.empty());
     EXPECT_TRUE(LrcParser::Parse(L"").lines.empty());
 }
@@ -141,20 +134,14 @@ TEST(LrcParser, LookupFindsTheLineAndWordShowingAtAMediaTime) {
         L"[00:03.00]three\n"
         L"[00:03.00]three again\n"
         L"[00:07.00]seven\n");
-    EXPECT_EQ(LrcParser::LineAt(lyrics, 0), -1);
-    EXPECT_EQ(LrcParser::LineAt(lyrics, 999), -1);
-    EXPECT_EQ(LrcParser::LineAt(lyrics, 1000), 0);
-    EXPECT_EQ(LrcParser::LineAt(lyrics, 2999), 0);
-    EXPECT_EQ(LrcParser::LineAt(lyrics, 3000), 2) << "the last of equal times";
-    EXPECT_EQ(LrcParser::LineAt(lyrics, 6999), 2);
-    EXPECT_EQ(LrcParser::LineAt(lyrics, 1 << 30), 3);
+    for (const auto& [ms, line] :
+         {std::pair{0, -1}, {999, -1}, {1000, 0}, {2999, 0}, {3000, 2}, {6999, 2}, {1 << 30, 3}}) {
+        EXPECT_EQ(LrcParser::LineAt(lyrics, ms), line) << ms << " ms";  // 3000: the last of equals
+    }
     EXPECT_EQ(LrcParser::LineAt(LrcLyrics{}, 5000), -1);
-
-    const LrcLine& line = lyrics.lines[0];
-    EXPECT_EQ(LrcParser::WordAt(line, 999), -1);
-    EXPECT_EQ(LrcParser::WordAt(line, 1000), 0);
-    EXPECT_EQ(LrcParser::WordAt(line, 1499), 0);
-    EXPECT_EQ(LrcParser::WordAt(line, 1500), 1);
+    for (const auto& [ms, word] : {std::pair{999, -1}, {1000, 0}, {1499, 0}, {1500, 1}}) {
+        EXPECT_EQ(LrcParser::WordAt(lyrics.lines[0], ms), word) << ms << " ms";
+    }
     EXPECT_EQ(LrcParser::WordAt(lyrics.lines[1], 3500), -1);
 }
 

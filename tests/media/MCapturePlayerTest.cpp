@@ -2,22 +2,18 @@
 // sound card needed), and playing the recording back in the same library.
 #include "media/MCapturePlayer.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <kiv/media/IDataSource.h>
-#include <kiv/media/IDriver.h>
 #include <kiv/media/IRecordControl.h>
-#include <kiv/media/MPlayerManager.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "BuiltInPlayerFixture.h"
 #include "RecordingPlayer.h"
 #include "support/KivTestEnvironment.h"
 
@@ -25,21 +21,12 @@ namespace kiv::media {
 namespace {
 
 using Events = std::vector<unsigned char>;
-
-std::wstring Wide(const std::string& s) {
-    return std::wstring(s.begin(), s.end());
-}
+using text::FromUtf8;
 
 std::vector<std::string> Entries(const std::string& dir) {
     std::vector<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(d)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") {
-                names.push_back(name);
-            }
-        }
-        closedir(d);
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        names.push_back(entry.path().filename());
     }
     return names;
 }
@@ -52,47 +39,23 @@ std::uint32_t Le(const std::string& bytes, std::size_t at, int size) {
     return value;
 }
 
-// The event types delivered, without the player's order-neutral noise.
-Events Types(const std::vector<test::Delivery>& deliveries) {
-    Events types;
-    for (const auto& delivery : deliveries) {
-        types.push_back(delivery.type);
-    }
-    return types;
+// The types of the events that arrived, once `count` have.
+Events Types(test::RecordingListener& listener, std::size_t count) {
+    listener.WaitFor(count);
+    return listener.Types();
 }
 
-class MCapturePlayerTest : public ::testing::Test {
+class MCapturePlayerTest : public BuiltInPlayerFixture {
 protected:
     void SetUp() override {
+        BuiltInPlayerFixture::SetUp();
         setenv("KIV_AUDIO_SOURCE", "test", 1);
-        setenv("KIV_AUDIO_SINK", "discard", 1);
-        m_manager.RegisterMediaType("wav", "ms.directshow");
-        m_driver = MPlayerManager::GetDriver("ms.directshow");
         m_dir = test::TempPath("recordings");
         mkdir(m_dir.c_str(), 0700);
     }
     void TearDown() override {
-        for (IPlayer* player : m_players) {
-            m_driver->ReleasePlayer(player);
-        }
-        for (IDataSource* source : m_sources) {
-            m_driver->ReleaseDataSource(source);
-        }
+        BuiltInPlayerFixture::TearDown();
         unsetenv("KIV_AUDIO_SOURCE");
-        unsetenv("KIV_AUDIO_SINK");
-    }
-    // A player of `locator`, made through the manager as an application does.
-    IPlayer* Player(const std::wstring& locator) {
-        IDataSource* source = m_manager.CreateDataSource(locator);
-        if (source == nullptr) {
-            return nullptr;
-        }
-        m_sources.push_back(source);
-        IPlayer* player = m_manager.CreatePlayer(source);
-        if (player != nullptr) {
-            m_players.push_back(player);
-        }
-        return player;
     }
     IRecordControl* Recorder(IPlayer* player) {
         return static_cast<IRecordControl*>(player->GetControl(IRecordControl::DEFAULT_NAME()));
@@ -101,24 +64,14 @@ protected:
     // 20 s without it.
     static bool Capture(IPlayer* player, int ms) {
         const int until = player->GetMediaTime() + ms;
-        for (int i = 0; i < 2000; ++i) {
-            if (player->GetMediaTime() >= until) {
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
+        return test::Eventually([&] { return player->GetMediaTime() >= until; });
     }
 
-    MPlayerManager m_manager;
-    IDriver* m_driver = nullptr;
-    std::vector<IPlayer*> m_players;
-    std::vector<IDataSource*> m_sources;
     std::string m_dir;
 };
 
 TEST_F(MCapturePlayerTest, RecordedToneIsCommittedAsWavAndPlaysBackWithItsLength) {
-    IPlayer* player = Player(MCapturePlayer::AUDIO_LOCATOR);
+    IPlayer* player = Player(text::ToUtf8(MCapturePlayer::AUDIO_LOCATOR));
     ASSERT_NE(player, nullptr) << "capture://audio needs no registered extension";
     test::RecordingListener listener;
     player->AddPlayerListener(&listener);
@@ -131,10 +84,10 @@ TEST_F(MCapturePlayerTest, RecordedToneIsCommittedAsWavAndPlaysBackWithItsLength
     EXPECT_NE(recorder->StartRecord(), 0u) << "no location yet";
 
     const std::string path = m_dir + "/take.wav";
-    ASSERT_EQ(recorder->SetRecordLocation(Wide(path)), 0u);
+    ASSERT_EQ(recorder->SetRecordLocation(FromUtf8(path)), 0u);
     ASSERT_EQ(player->Start(), 0u);
     ASSERT_EQ(recorder->StartRecord(), 0u);
-    EXPECT_NE(recorder->SetRecordLocation(Wide(m_dir + "/other.wav")), 0u);
+    EXPECT_NE(recorder->SetRecordLocation(FromUtf8(m_dir + "/other.wav")), 0u);
     ASSERT_TRUE(Capture(player, 1000));
     // Stopping the player pauses the recording; what is captured meanwhile
     // is not recorded.
@@ -149,7 +102,7 @@ TEST_F(MCapturePlayerTest, RecordedToneIsCommittedAsWavAndPlaysBackWithItsLength
     const int captured = player->GetMediaTime();
     ASSERT_EQ(player->Stop(), 0u);
     EXPECT_EQ(
-        Types(listener.WaitFor(11)),
+        Types(listener, 11),
         (Events{MPlayerEvent::INITIALIZED, MPlayerEvent::STARTED, MPlayerEvent::RECORD_STARTED,
                 MPlayerEvent::RECORD_STOPPED, MPlayerEvent::STOPPED_BY_REQUEST,
                 MPlayerEvent::STARTED, MPlayerEvent::RECORD_STARTED, MPlayerEvent::RECORD_STOPPED,
@@ -184,7 +137,7 @@ TEST_F(MCapturePlayerTest, RecordedToneIsCommittedAsWavAndPlaysBackWithItsLength
     EXPECT_GE(recordedMs, 1900);
     EXPECT_LE(recordedMs, captured - 550);
 
-    IPlayer* playback = Player(Wide(path));
+    IPlayer* playback = Player(path);
     ASSERT_NE(playback, nullptr);
     test::RecordingListener playbackListener;
     playback->AddPlayerListener(&playbackListener);
@@ -192,12 +145,12 @@ TEST_F(MCapturePlayerTest, RecordedToneIsCommittedAsWavAndPlaysBackWithItsLength
     EXPECT_NEAR(playback->GetDuration(), recordedMs, 2);
     ASSERT_EQ(playback->SetMediaTime(recordedMs - 200), 0u);
     ASSERT_EQ(playback->Start(), 0u);
-    EXPECT_EQ(Types(playbackListener.WaitFor(4)).back(), MPlayerEvent::STOPPED_END_OF_MEDIA);
+    EXPECT_EQ(Types(playbackListener, 4).back(), MPlayerEvent::STOPPED_END_OF_MEDIA);
     playback->RemovePlayerListener(&playbackListener);
 }
 
 TEST_F(MCapturePlayerTest, SizeLimitCommitsWhatFitsAndEndsTheRecording) {
-    IPlayer* player = Player(MCapturePlayer::AUDIO_LOCATOR);
+    IPlayer* player = Player(text::ToUtf8(MCapturePlayer::AUDIO_LOCATOR));
     ASSERT_NE(player, nullptr);
     test::RecordingListener listener;
     player->AddPlayerListener(&listener);
@@ -211,10 +164,10 @@ TEST_F(MCapturePlayerTest, SizeLimitCommitsWhatFitsAndEndsTheRecording) {
     EXPECT_EQ(recorder->SetRecordSizeLimit(20000), 20000);
 
     const std::string path = m_dir + "/limited.wav";
-    ASSERT_EQ(recorder->SetRecordLocation(Wide(path)), 0u);
+    ASSERT_EQ(recorder->SetRecordLocation(FromUtf8(path)), 0u);
     ASSERT_EQ(recorder->StartRecord(), 0u);  // waits for Start
     ASSERT_EQ(player->Start(), 0u);
-    const auto events = Types(listener.WaitFor(4));
+    const auto events = Types(listener, 4);
     EXPECT_EQ(events, (Events{MPlayerEvent::INITIALIZED, MPlayerEvent::STARTED,
                               MPlayerEvent::RECORD_STARTED, MPlayerEvent::RECORD_STOPPED}));
     EXPECT_EQ(player->GetState(), IPlayer::STARTED) << "the limit stops the recording only";
@@ -228,7 +181,7 @@ TEST_F(MCapturePlayerTest, SizeLimitCommitsWhatFitsAndEndsTheRecording) {
 }
 
 TEST_F(MCapturePlayerTest, RecordingsNotCommittedLeaveNoFile) {
-    IPlayer* player = Player(MCapturePlayer::AUDIO_LOCATOR);
+    IPlayer* player = Player(text::ToUtf8(MCapturePlayer::AUDIO_LOCATOR));
     ASSERT_NE(player, nullptr);
     ASSERT_EQ(player->Initialize(), 0u);
     IRecordControl* recorder = Recorder(player);
@@ -236,14 +189,14 @@ TEST_F(MCapturePlayerTest, RecordingsNotCommittedLeaveNoFile) {
     ASSERT_EQ(player->Start(), 0u);
 
     // Reset discards, and a new location may then be set.
-    ASSERT_EQ(recorder->SetRecordLocation(Wide(m_dir + "/first.wav")), 0u);
+    ASSERT_EQ(recorder->SetRecordLocation(FromUtf8(m_dir + "/first.wav")), 0u);
     ASSERT_EQ(recorder->StartRecord(), 0u);
     ASSERT_TRUE(Capture(player, 200));
     recorder->Reset();
     EXPECT_TRUE(Entries(m_dir).empty());
 
     // Stopped and closed without Commit: nothing stays either.
-    ASSERT_EQ(recorder->SetRecordLocation(Wide(m_dir + "/second.wav")), 0u);
+    ASSERT_EQ(recorder->SetRecordLocation(FromUtf8(m_dir + "/second.wav")), 0u);
     ASSERT_EQ(recorder->StartRecord(), 0u);
     ASSERT_TRUE(Capture(player, 200));
     ASSERT_EQ(recorder->StopRecord(), 0u);
@@ -253,8 +206,8 @@ TEST_F(MCapturePlayerTest, RecordingsNotCommittedLeaveNoFile) {
 
     // A location that cannot be written, and an input that does not exist.
     ASSERT_EQ(player->Initialize(), 0u);
-    EXPECT_NE(Recorder(player)->SetRecordLocation(Wide(m_dir + "/missing/dir/x.wav")), 0u);
-    IPlayer* video = Player(L"capture://video");
+    EXPECT_NE(Recorder(player)->SetRecordLocation(FromUtf8(m_dir + "/missing/dir/x.wav")), 0u);
+    IPlayer* video = Player("capture://video");
     ASSERT_NE(video, nullptr);
     EXPECT_NE(video->Initialize(), 0u);
     EXPECT_EQ(video->GetState(), IPlayer::UNINITIALIZED);
@@ -263,25 +216,25 @@ TEST_F(MCapturePlayerTest, RecordingsNotCommittedLeaveNoFile) {
 TEST_F(MCapturePlayerTest, AnInputThatFailsOrEndsStopsThePlayerAndStartOpensItAgain) {
     // Five blocks, then an error.
     setenv("KIV_AUDIO_SOURCE", "audiotestsrc is-live=true ! identity error-after=5", 1);
-    IPlayer* failing = Player(MCapturePlayer::AUDIO_LOCATOR);
+    IPlayer* failing = Player(text::ToUtf8(MCapturePlayer::AUDIO_LOCATOR));
     ASSERT_NE(failing, nullptr);
     test::RecordingListener listener;
     failing->AddPlayerListener(&listener);
     ASSERT_EQ(failing->Initialize(), 0u);
     IRecordControl* recorder = Recorder(failing);
-    ASSERT_EQ(recorder->SetRecordLocation(Wide(m_dir + "/broken.wav")), 0u);
+    ASSERT_EQ(recorder->SetRecordLocation(FromUtf8(m_dir + "/broken.wav")), 0u);
     ASSERT_EQ(recorder->StartRecord(), 0u);
     ASSERT_EQ(failing->Start(), 0u);
     const Events once{MPlayerEvent::INITIALIZED, MPlayerEvent::STARTED,
                       MPlayerEvent::RECORD_STARTED, MPlayerEvent::RECORD_STOPPED,
                       MPlayerEvent::STOPPED_ERRORABORT};
-    EXPECT_EQ(Types(listener.WaitFor(5)), once);
+    EXPECT_EQ(Types(listener, 5), once);
     EXPECT_EQ(failing->GetState(), IPlayer::READY);
     // The recording waits in the same file and resumes with the next Start.
     ASSERT_EQ(failing->Start(), 0u);
     Events twice = once;
     twice.insert(twice.end(), once.begin() + 1, once.end());
-    EXPECT_EQ(Types(listener.WaitFor(9)), twice);
+    EXPECT_EQ(Types(listener, 9), twice);
     failing->RemovePlayerListener(&listener);
     ASSERT_EQ(recorder->Commit(), 0u);
     const std::string bytes = test::ReadFileBytes(m_dir + "/broken.wav");
@@ -289,12 +242,12 @@ TEST_F(MCapturePlayerTest, AnInputThatFailsOrEndsStopsThePlayerAndStartOpensItAg
     EXPECT_EQ(Le(bytes, 40, 4), bytes.size() - 44);
 
     setenv("KIV_AUDIO_SOURCE", "audiotestsrc is-live=true num-buffers=5", 1);
-    IPlayer* ending = Player(MCapturePlayer::AUDIO_LOCATOR);
+    IPlayer* ending = Player(text::ToUtf8(MCapturePlayer::AUDIO_LOCATOR));
     test::RecordingListener endListener;
     ending->AddPlayerListener(&endListener);
     ASSERT_EQ(ending->Initialize(), 0u);
     ASSERT_EQ(ending->Start(), 0u);
-    EXPECT_EQ(Types(endListener.WaitFor(3)).back(), MPlayerEvent::STOPPED_END_OF_MEDIA);
+    EXPECT_EQ(Types(endListener, 3).back(), MPlayerEvent::STOPPED_END_OF_MEDIA);
     ending->RemovePlayerListener(&endListener);
 }
 

@@ -4,24 +4,17 @@
 #include "media/MDirectShowStreamControls.h"
 
 #include <gtest/gtest.h>
-#include <kiv/media/IDataSource.h>
-#include <kiv/media/IDriver.h>
-#include <kiv/media/IPlayer.h>
-#include <kiv/media/MPlayerManager.h>
-#include <stdlib.h>
 
 #include <string>
+#include <utility>
 
+#include "BuiltInPlayerFixture.h"
 #include "RecordingPlayer.h"
 #include "support/KivTestEnvironment.h"
 #include "support/TestMedia.h"
 
 namespace kiv::media {
 namespace {
-
-std::wstring Wide(const std::string& s) {
-    return std::wstring(s.begin(), s.end());
-}
 
 // Two Vorbis tracks of one second, English at 440 Hz then German at 880 Hz,
 // and French subtitles.
@@ -44,34 +37,13 @@ std::string MakeTwoLanguageFile() {
     return test::RunProcess("/bin/sh", {"-c", command}) == 0 ? path : std::string();
 }
 
-class MDirectShowStreamControlsTest : public ::testing::Test {
+class MDirectShowStreamControlsTest : public BuiltInPlayerFixture {
 protected:
-    void SetUp() override {
-        setenv("KIV_AUDIO_SINK", "discard", 1);
-        setenv("KIV_VIDEO_SINK", "discard", 1);
-        for (const char* extension : {"avi", "mkv", "wav"}) {
-            m_manager.RegisterMediaType(extension, "ms.directshow");
-        }
-        m_driver = MPlayerManager::GetDriver("ms.directshow");
-    }
-    void TearDown() override {
-        m_driver->ReleasePlayer(m_player);
-        m_driver->ReleaseDataSource(m_source);
-        m_driver->ReleaseDataSource(m_other);
-        unsetenv("KIV_AUDIO_SINK");
-        unsetenv("KIV_VIDEO_SINK");
-    }
+    // An initialized player of `path`; null if it does not open.
     IPlayer* Open(const std::string& path) {
-        m_source = m_manager.CreateDataSource(Wide(path));
-        m_player = m_manager.CreatePlayer(m_source);
-        return m_player != nullptr && m_player->Initialize() == 0 ? m_player : nullptr;
+        IPlayer* player = Player(path);
+        return player != nullptr && player->Initialize() == 0 ? player : nullptr;
     }
-
-    MPlayerManager m_manager;
-    IDriver* m_driver = nullptr;
-    IDataSource* m_source = nullptr;
-    IDataSource* m_other = nullptr;
-    IPlayer* m_player = nullptr;
 };
 
 TEST_F(MDirectShowStreamControlsTest, FramesMapToTimesAndSeekWithinTheVideo) {
@@ -82,18 +54,14 @@ TEST_F(MDirectShowStreamControlsTest, FramesMapToTimesAndSeekWithinTheVideo) {
     auto* frames = static_cast<IFrameControl*>(player->GetControl(IFrameControl::DEFAULT_NAME()));
     ASSERT_NE(frames, nullptr);
 
-    EXPECT_EQ(frames->MapFrameToTime(0), 0);
-    EXPECT_EQ(frames->MapFrameToTime(1), 67);
-    EXPECT_EQ(frames->MapFrameToTime(15), 1000);
-    EXPECT_EQ(frames->MapFrameToTime(29), 1934);
-    EXPECT_EQ(frames->MapFrameToTime(30), -1);
-    EXPECT_EQ(frames->MapFrameToTime(-1), -1);
-    EXPECT_EQ(frames->MapTimeToFrame(66), 0);
-    EXPECT_EQ(frames->MapTimeToFrame(67), 1);
-    EXPECT_EQ(frames->MapTimeToFrame(999), 14);
-    EXPECT_EQ(frames->MapTimeToFrame(1000), 15);
-    EXPECT_EQ(frames->MapTimeToFrame(-5), -1);
-    EXPECT_EQ(frames->MapTimeToFrame(60000), -1);
+    for (const auto& [frame, ms] :
+         {std::pair{0, 0}, {1, 67}, {15, 1000}, {29, 1934}, {30, -1}, {-1, -1}}) {
+        EXPECT_EQ(frames->MapFrameToTime(frame), ms) << "frame " << frame;
+    }
+    for (const auto& [ms, frame] :
+         {std::pair{66, 0}, {67, 1}, {999, 14}, {1000, 15}, {-5, -1}, {60000, -1}}) {
+        EXPECT_EQ(frames->MapTimeToFrame(ms), frame) << ms << " ms";
+    }
 
     EXPECT_EQ(frames->Seek(10), 10);
     EXPECT_EQ(player->GetMediaTime(), 667);
@@ -108,8 +76,7 @@ TEST_F(MDirectShowStreamControlsTest, FramesMapToTimesAndSeekWithinTheVideo) {
 
     // Sound only: no frames.
     const auto wav = test::MakeTestMedia(test::MediaFormat::WAV, 1000);
-    m_other = m_manager.CreateDataSource(Wide(wav.path));
-    ASSERT_EQ(player->SetDataSource(m_other), 0u);
+    ASSERT_EQ(player->SetDataSource(Source(wav.path)), 0u);
     EXPECT_EQ(player->GetControl(IFrameControl::DEFAULT_NAME()), nullptr);
 }
 
@@ -132,7 +99,7 @@ TEST_F(MDirectShowStreamControlsTest, StreamsCarryTheirLanguagesAndSwitchDuringP
     EXPECT_EQ(select->GetStreamLanguage(0).substr(0, 2), "en");
     EXPECT_EQ(select->GetStreamLanguage(1).substr(0, 2), "de");
     EXPECT_EQ(select->GetStreamLanguage(2).substr(0, 2), "fr");
-    EXPECT_NE(select->GetStreamName(1).find(Wide(select->GetStreamLanguage(1))),
+    EXPECT_NE(select->GetStreamName(1).find(text::FromUtf8(select->GetStreamLanguage(1))),
               std::wstring::npos);
     EXPECT_EQ(select->GetStreamName(3), L"");
     EXPECT_EQ(select->GetStreamLanguage(-1), "");

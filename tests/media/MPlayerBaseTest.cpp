@@ -62,9 +62,6 @@ TEST(MPlayerBase, NewPlayerIsUninitializedAndOnlyInitializeReachesAPrimitive) {
     EXPECT_EQ(player.GetState(), IPlayer::UNINITIALIZED);
     EXPECT_EQ(player.TakeCalls(), Calls{});
     EXPECT_EQ(listener.Settle(player), Types{});
-
-    player.SetOption(0xA5);
-    EXPECT_EQ(player.GetOption(), 0xA5);
 }
 
 TEST(MPlayerBase, EachTransitionCallsItsPrimitiveOnceAndFiresItsEvent) {

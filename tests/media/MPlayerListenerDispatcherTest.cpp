@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -21,30 +22,21 @@ using kiv::test::Delivery;
 using kiv::test::RecordingListener;
 using kiv::test::RecordingPlayer;
 
-// Records, across listeners, which listener saw which event.
-class SequenceListener : public IPlayerListener {
-public:
-    SequenceListener(int id, std::vector<std::pair<int, unsigned char>>& log, std::mutex& lock)
-        : m_id(id), m_log(log), m_lock(lock) {}
-    void OnPlayerEvent(const MPlayerEvent& event) override {
-        std::lock_guard<std::mutex> hold(m_lock);
-        m_log.emplace_back(m_id, event.GetEventType());
-    }
-
-private:
-    int m_id;
-    std::vector<std::pair<int, unsigned char>>& m_log;
-    std::mutex& m_lock;
-};
-
-// Holds its first call until released.
+// Holds its first call until opened, then hands every event to `then`.
 class GateListener : public IPlayerListener {
 public:
-    void OnPlayerEvent(const MPlayerEvent&) override {
-        std::unique_lock<std::mutex> hold(m_lock);
-        ++m_calls;
-        m_changed.notify_all();
-        m_changed.wait(hold, [&] { return m_open; });
+    explicit GateListener(std::function<void(const MPlayerEvent&)> then = nullptr)
+        : m_then(std::move(then)) {}
+    void OnPlayerEvent(const MPlayerEvent& event) override {
+        {
+            std::unique_lock<std::mutex> hold(m_lock);
+            ++m_calls;
+            m_changed.notify_all();
+            m_changed.wait(hold, [&] { return m_open; });
+        }
+        if (m_then) {
+            m_then(event);
+        }
     }
     void WaitUntilInside() {
         std::unique_lock<std::mutex> hold(m_lock);
@@ -61,6 +53,7 @@ public:
     }
 
 private:
+    std::function<void(const MPlayerEvent&)> m_then;
     std::mutex m_lock;
     std::condition_variable m_changed;
     int m_calls = 0;
@@ -69,10 +62,20 @@ private:
 
 TEST(MPlayerListenerDispatcher, ListenersRunInListOrderOnOneThreadThatIsNotTheCallers) {
     RecordingPlayer player;
+    // Which listener saw which event, across the two.
     std::mutex lock;
     std::vector<std::pair<int, unsigned char>> log;
-    SequenceListener first(1, log, lock);
-    SequenceListener second(2, log, lock);
+    std::vector<std::pair<int, unsigned char>> expected;
+    auto logAs = [&](int id) {
+        return [&, id](const MPlayerEvent& event) {
+            std::lock_guard<std::mutex> hold(lock);
+            log.emplace_back(id, event.GetEventType());
+        };
+    };
+    GateListener first(logAs(1));
+    GateListener second(logAs(2));
+    first.Open();
+    second.Open();
     RecordingListener recorder;
     player.AddPlayerListener(&first);
     player.AddPlayerListener(&second);
@@ -80,7 +83,9 @@ TEST(MPlayerListenerDispatcher, ListenersRunInListOrderOnOneThreadThatIsNotTheCa
 
     constexpr int kEvents = 300;
     for (int i = 0; i < kEvents; ++i) {
-        player.FireEvent(static_cast<unsigned char>(i % 13));
+        const auto type = static_cast<unsigned char>(i % 13);
+        player.FireEvent(type);
+        expected.insert(expected.end(), {{1, type}, {2, type}});
     }
     const auto deliveries = recorder.WaitFor(kEvents);
     ASSERT_EQ(deliveries.size(), static_cast<std::size_t>(kEvents));
@@ -90,13 +95,8 @@ TEST(MPlayerListenerDispatcher, ListenersRunInListOrderOnOneThreadThatIsNotTheCa
         EXPECT_EQ(deliveries[i].thread, deliveries[0].thread);
     }
     EXPECT_NE(deliveries[0].thread, std::this_thread::get_id());
-
     std::lock_guard<std::mutex> hold(lock);
-    ASSERT_EQ(log.size(), 2u * kEvents);
-    for (int i = 0; i < kEvents; ++i) {
-        EXPECT_EQ(log[2 * i], std::make_pair(1, static_cast<unsigned char>(i % 13)));
-        EXPECT_EQ(log[2 * i + 1], std::make_pair(2, static_cast<unsigned char>(i % 13)));
-    }
+    EXPECT_EQ(log, expected);
 }
 
 TEST(MPlayerListenerDispatcher, EventsFiredByAnEngineThreadKeepThatThreadsOrder) {
@@ -147,19 +147,8 @@ TEST(MPlayerListenerDispatcher, ARemovedListenerIsNotCalledAgain) {
     untouched.RemovePlayerListener(&kept);  // never had a listener: nothing
 
     // A listener that removes itself on its first event.
-    class Once : public IPlayerListener {
-    public:
-        explicit Once(RecordingPlayer& p) : m_player(p) {}
-        void OnPlayerEvent(const MPlayerEvent&) override {
-            ++calls;
-            m_player.RemovePlayerListener(this);
-        }
-        std::atomic<int> calls{0};
-
-    private:
-        RecordingPlayer& m_player;
-    } once(player);
-
+    GateListener once([&](const MPlayerEvent&) { player.RemovePlayerListener(&once); });
+    once.Open();
     player.AddPlayerListener(&once);
     player.AddPlayerListener(&removed);
     player.AddPlayerListener(&kept);
@@ -170,7 +159,7 @@ TEST(MPlayerListenerDispatcher, ARemovedListenerIsNotCalledAgain) {
     EXPECT_EQ(kept.Settle(player), std::vector<unsigned char>{MPlayerEvent::STOPPED_BY_REQUEST});
     // The event and the marker that came before the removal.
     EXPECT_EQ(removed.WaitFor(0).size(), 2u);
-    EXPECT_EQ(once.calls.load(), 1);
+    EXPECT_EQ(once.Calls(), 1);
 }
 
 TEST(MPlayerListenerDispatcher, DestroyingAPlayerWaitsForTheCurrentCallAndDropsTheQueue) {
@@ -201,40 +190,25 @@ TEST(MPlayerListenerDispatcher, DestroyingAPlayerWaitsForTheCurrentCallAndDropsT
 }
 
 TEST(MPlayerListenerDispatcher, AListenerMayDestroyThePlayerThatCalledIt) {
-    // Holds the first event until every event is queued, then destroys the
-    // player on the end of media: the event queued after it is dropped.
-    class Destroyer : public IPlayerListener {
-    public:
-        void OnPlayerEvent(const MPlayerEvent& event) override {
-            std::unique_lock<std::mutex> hold(lock);
-            changed.wait(hold, [&] { return released; });
-            ++calls;
-            if (event.GetEventType() == MPlayerEvent::STOPPED_END_OF_MEDIA) {
-                delete player;
-                done = true;
-                changed.notify_all();
-            }
+    // Held at the first event until every event is queued, the listener
+    // destroys the player on the end of media: the event queued after it is
+    // dropped.
+    auto* player = new RecordingPlayer;
+    std::atomic<bool> done{false};
+    GateListener destroyer([&](const MPlayerEvent& event) {
+        if (event.GetEventType() == MPlayerEvent::STOPPED_END_OF_MEDIA) {
+            delete player;
+            done = true;
         }
-        RecordingPlayer* player = nullptr;
-        std::mutex lock;
-        std::condition_variable changed;
-        int calls = 0;
-        bool released = false;
-        bool done = false;
-    } destroyer;
-    destroyer.player = new RecordingPlayer;
-    destroyer.player->AddPlayerListener(&destroyer);
-    destroyer.player->Initialize();
-    destroyer.player->Start();
-    destroyer.player->EndPlayback(MPlayerEvent::STOPPED_END_OF_MEDIA);
-    destroyer.player->FireEvent(MPlayerEvent::MEDIA_TIME_SET);
-
-    std::unique_lock<std::mutex> hold(destroyer.lock);
-    destroyer.released = true;
-    destroyer.changed.notify_all();
-    ASSERT_TRUE(
-        destroyer.changed.wait_for(hold, std::chrono::seconds(20), [&] { return destroyer.done; }));
-    EXPECT_EQ(destroyer.calls, 3);
+    });
+    player->AddPlayerListener(&destroyer);
+    player->Initialize();
+    player->Start();
+    player->EndPlayback(MPlayerEvent::STOPPED_END_OF_MEDIA);
+    player->FireEvent(MPlayerEvent::MEDIA_TIME_SET);
+    destroyer.Open();
+    ASSERT_TRUE(kiv::test::Eventually([&] { return done.load(); }));
+    EXPECT_EQ(destroyer.Calls(), 3);
 }
 
 }  // namespace

@@ -80,6 +80,40 @@ void WriteId3v2(const std::string& path, TagLib::ID3v2::Version version,
     TagLib::ID3v2::FrameFactory::instance()->setDefaultTextEncoding(TagLib::String::Latin1);
 }
 
+// The text tags the tests write, and the keys they read back as.
+struct TextTags {
+    const wchar_t* title;
+    const char* artist;
+    const char* album;
+    const char* comment;
+    unsigned int year;
+    unsigned int track;
+    const char* genre;  // as written
+};
+
+void Fill(TagLib::Tag& tag, const TextTags& t) {
+    tag.setTitle(TagLib::String(t.title));
+    tag.setArtist(TagLib::String(t.artist, TagLib::String::UTF8));
+    tag.setAlbum(TagLib::String(t.album, TagLib::String::UTF8));
+    tag.setComment(TagLib::String(t.comment, TagLib::String::UTF8));
+    tag.setYear(t.year);
+    tag.setTrack(t.track);
+    tag.setGenre(t.genre);
+}
+
+// The keys of `t` with the genre as read, and the audio properties `more`.
+Values Expected(const TextTags& t, const wchar_t* genre, const Values& more) {
+    Values values{{"title", t.title},
+                  {"author", kiv::text::FromUtf8(t.artist)},
+                  {"album", kiv::text::FromUtf8(t.album)},
+                  {"comment", kiv::text::FromUtf8(t.comment)},
+                  {"year", std::to_wstring(t.year)},
+                  {"track", std::to_wstring(t.track)},
+                  {"genre", genre}};
+    values.insert(more.begin(), more.end());
+    return values;
+}
+
 void WriteId3v1(const std::string& path, const std::function<void(TagLib::ID3v1::Tag&)>& fill) {
     TagLib::MPEG::File file(path.c_str(), false);
     ASSERT_TRUE(file.isValid());
@@ -92,62 +126,38 @@ void WriteId3v1(const std::string& path, const std::function<void(TagLib::ID3v1:
 
 TEST(MediaMetaData, Id3v1OnlyMp3HasEveryTextKeyAndTheAudioProperties) {
     const std::string path = MakeMp3("v1.mp3", 400);
-    WriteId3v1(path, [](TagLib::ID3v1::Tag& tag) {
-        tag.setTitle("Night Drive");
-        tag.setArtist("The Testers");
-        tag.setAlbum("Generated");
-        tag.setComment("made by a test");
-        tag.setYear(1999);
-        tag.setTrack(7);
-        tag.setGenreNumber(17);
-    });
+    const TextTags tags{L"Night Drive", "The Testers", "Generated", "made by a test", 1999, 7,
+                        "Rock"};
+    WriteId3v1(path, [&](TagLib::ID3v1::Tag& tag) { Fill(tag, tags); });
     MediaMetaData meta;
     Values values = ReadAll(path, meta);
     EXPECT_EQ(meta.Keys(), (std::vector<std::string>{"author", "title", "duration", "bitrate",
                                                      "frequency", "channelMode", "comment", "year",
                                                      "album", "track", "genre"}));
     EXPECT_NEAR(Take(values, "duration"), FramesMs(400), FramesMs(400) / 100);
-    EXPECT_EQ(values, (Values{{"title", L"Night Drive"},
-                              {"author", L"The Testers"},
-                              {"album", L"Generated"},
-                              {"comment", L"made by a test"},
-                              {"year", L"1999"},
-                              {"track", L"7"},
-                              {"genre", L"Rock"},
-                              {"bitrate", L"128"},
-                              {"frequency", L"44100"},
-                              {"channelMode", L"Joint Stereo"}}));
+    EXPECT_EQ(
+        values,
+        Expected(tags, L"Rock",
+                 {{"bitrate", L"128"}, {"frequency", L"44100"}, {"channelMode", L"Joint Stereo"}}));
     EXPECT_TRUE(meta.Picture().empty());
 }
 
 TEST(MediaMetaData, Id3v23InUtf16KeepsNonLatinTextAndReadsGenreReferences) {
     const std::string path = MakeMp3("v23.mp3", 100, 0);
-    WriteId3v2(path, TagLib::ID3v2::v3, TagLib::String::UTF16, [](TagLib::ID3v2::Tag& tag) {
-        // TagLib writes UTF-16 units as given: a character beyond the first
-        // plane goes in as its surrogate pair.
-        tag.setTitle(TagLib::String(L"Ünïcödé 歌 \xD83C\xDFB5"));
-        tag.setArtist(TagLib::String(L"Артист"));
-        tag.setAlbum(TagLib::String(L"Ελληνικά"));
-        tag.setComment(TagLib::String(L"コメント"));
-        tag.setYear(2004);
-        tag.setTrack(12);
-        tag.setGenre("(147)");
-    });
+    // TagLib writes UTF-16 units as given: a character beyond the first plane
+    // goes in as its surrogate pair.
+    TextTags tags{L"Ünïcödé 歌 \xD83C\xDFB5", "Артист", "Ελληνικά", "コメント", 2004, 12, "(147)"};
+    WriteId3v2(path, TagLib::ID3v2::v3, TagLib::String::UTF16,
+               [&](TagLib::ID3v2::Tag& tag) { Fill(tag, tags); });
     EXPECT_TRUE(Contains(test::ReadFileBytes(path), kiv::text::ToUtf16Le(L"Артист")))
         << "the tag was not written as UTF-16";
     MediaMetaData meta;
     Values values = ReadAll(path, meta);
     EXPECT_NEAR(Take(values, "duration"), FramesMs(100), FramesMs(100) / 100);
-    EXPECT_EQ(values, (Values{{"title", L"Ünïcödé 歌 \U0001F3B5"},
-                              {"author", L"Артист"},
-                              {"album", L"Ελληνικά"},
-                              {"comment", L"コメント"},
-                              {"year", L"2004"},
-                              {"track", L"12"},
-                              {"genre", L"Synthpop"},
-                              {"bitrate", L"128"},
-                              {"frequency", L"44100"},
-                              {"channelMode", L"Stereo"}}));
+    tags.title = L"Ünïcödé 歌 \U0001F3B5";
+    EXPECT_EQ(values,
+              Expected(tags, L"Synthpop",
+                       {{"bitrate", L"128"}, {"frequency", L"44100"}, {"channelMode", L"Stereo"}}));
 }
 
 TEST(MediaMetaData, Id3v24InUtf8GivesTheFrontCoverWithItsMimeType) {
@@ -187,32 +197,19 @@ TEST(MediaMetaData, Id3v24InUtf8GivesTheFrontCoverWithItsMimeType) {
 
 TEST(MediaMetaData, WavInfoChunkGivesTheTextKeysAndPcmProperties) {
     const std::string path = test::TempPath("info.wav");
+    const TextTags tags{L"Field Recording", "Microphone", "Outdoors", "rain", 2003, 2, "8"};
     ASSERT_TRUE(test::WriteFileBytes(path, test::WavFile(22050, 1, 1500)));
     {
         TagLib::RIFF::WAV::File file(path.c_str(), false);
         ASSERT_TRUE(file.isValid());
-        TagLib::RIFF::Info::Tag* info = file.InfoTag();
-        info->setTitle("Field Recording");
-        info->setArtist("Microphone");
-        info->setAlbum("Outdoors");
-        info->setComment("rain");
-        info->setYear(2003);
-        info->setTrack(2);
-        info->setGenre("8");
+        Fill(*file.InfoTag(), tags);
         ASSERT_TRUE(file.save(TagLib::RIFF::WAV::File::Info));
     }
     MediaMetaData meta;
     // No channel mode: that is an MPEG property. 352.8 kbit/s is rounded.
-    EXPECT_EQ(ReadAll(path, meta), (Values{{"title", L"Field Recording"},
-                                           {"author", L"Microphone"},
-                                           {"album", L"Outdoors"},
-                                           {"comment", L"rain"},
-                                           {"year", L"2003"},
-                                           {"track", L"2"},
-                                           {"genre", L"Jazz"},
-                                           {"duration", L"1500"},
-                                           {"frequency", L"22050"},
-                                           {"bitrate", L"353"}}));
+    EXPECT_EQ(ReadAll(path, meta),
+              Expected(tags, L"Jazz",
+                       {{"duration", L"1500"}, {"frequency", L"22050"}, {"bitrate", L"353"}}));
 }
 
 TEST(MediaMetaData, WmaAttributesGiveTheTextKeysTheCoverAndTheProperties) {
@@ -229,17 +226,12 @@ TEST(MediaMetaData, WmaAttributesGiveTheTextKeysTheCoverAndTheProperties) {
         GTEST_SKIP() << "GStreamer has no WMA encoder or ASF muxer here";
     }
     const std::string cover = "\xFF\xD8\xFF\xE0 a cover";
+    const TextTags tags{L"Ton à l'essai", "Oscillator", "Signals", "sine", 2011, 4, "(52)"};
     {
         TagLib::ASF::File file(path.c_str(), false);
         ASSERT_TRUE(file.isValid());
         TagLib::ASF::Tag* tag = file.tag();
-        tag->setTitle(TagLib::String(L"Ton à l'essai"));
-        tag->setArtist("Oscillator");
-        tag->setAlbum("Signals");
-        tag->setComment("sine");
-        tag->setYear(2011);
-        tag->setTrack(4);
-        tag->setGenre("(52)");
+        Fill(*tag, tags);
         TagLib::ASF::Picture picture;
         picture.setMimeType("image/jpeg");
         picture.setType(TagLib::ASF::Picture::FrontCover);
@@ -253,15 +245,8 @@ TEST(MediaMetaData, WmaAttributesGiveTheTextKeysTheCoverAndTheProperties) {
     // 43 buffers of 1024 samples: 998 ms, give or take the encoder's frames.
     EXPECT_NEAR(Take(values, "duration"), 998, 100);
     EXPECT_NEAR(Take(values, "bitrate"), 128, 8);
-    EXPECT_EQ(values, (Values{{"title", L"Ton à l'essai"},
-                              {"author", L"Oscillator"},
-                              {"album", L"Signals"},
-                              {"comment", L"sine"},
-                              {"year", L"2011"},
-                              {"track", L"4"},
-                              {"genre", L"Electronic"},
-                              {"frequency", L"44100"},
-                              {"coverPicture", L"image/jpeg"}}));
+    EXPECT_EQ(values, Expected(tags, L"Electronic",
+                               {{"frequency", L"44100"}, {"coverPicture", L"image/jpeg"}}));
     EXPECT_EQ(std::string(meta.Picture().begin(), meta.Picture().end()), cover);
 }
 

@@ -98,6 +98,30 @@ public:
         return m_deliveries;
     }
 
+    /// Waits (at most 20 s) until an event of `type` (or `other`) has
+    /// arrived; false if none did.
+    bool WaitForType(unsigned char type, int other = -1) {
+        std::unique_lock<std::mutex> hold(m_lock);
+        return m_changed.wait_for(hold, std::chrono::seconds(20), [&] {
+            for (const auto& delivery : m_deliveries) {
+                if (delivery.type == type || delivery.type == other) {
+                    return true;
+                }
+            }
+            return false;
+        });
+    }
+
+    /// The types of the events that arrived up to now, in order.
+    std::vector<unsigned char> Types() {
+        std::lock_guard<std::mutex> hold(m_lock);
+        std::vector<unsigned char> types;
+        for (const auto& delivery : m_deliveries) {
+            types.push_back(delivery.type);
+        }
+        return types;
+    }
+
     /// The types fired by `player` up to now: fires a marker event and waits
     /// for it, so everything fired before has been delivered. Forgets them.
     /// Only one listener of a player may use it: it takes any marker as its own.
