@@ -273,7 +273,7 @@ TEST(EventSignaller, ReachesTheEventOnlyWhileAHandleHoldsItAndFollowsItsSuccesso
         ASSERT_TRUE(one.AllAsleep());
         EXPECT_TRUE(signaller.Set());
         EXPECT_EQ(one.AwaitDone(1), 1);
-        EXPECT_EQ(one.Succeeded(), 1);
+        EXPECT_EQ(one.Sum(), 1);
     }
     // The signal of an event nobody holds does not outlive it.
     EXPECT_TRUE(signaller.Set());
