@@ -1,15 +1,11 @@
-// Listings killed part way through a sweep of a full directory: 29 records
-// of a dead server and one live server "live" (which the caller started),
-// then `kivipc list` killed 1 to 9 ms after it started, round after round.
-// After each, a fresh listing must end within 3 s (a bound that tells a
-// wedged directory lock from a slow machine) and show only "live".
+// What the IPC tests that start helper processes share.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <signal.h>
 
-#include <random>
 #include <string>
+#include <vector>
 
 #include "ipc/IpcDirectory.h"
 #include "support/HelperProcess.h"
@@ -17,55 +13,39 @@
 
 namespace kiv::test {
 
-inline int CountOf(const std::string& text, const std::string& what) {
-    int n = 0;
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        ++n;
-    }
-    return n;
+inline std::string IpcChild() {
+    return HelperPath("kiv_ipc_child");
 }
 
-inline void KillListingsOfAFullDirectory(int rounds, unsigned seed) {
-    using namespace kiv::ipc::detail;
-    IpcDirectory* directory = IpcDirectory::Current();
-    ASSERT_NE(directory, nullptr);
-    // The record a killed server leaves behind, as the template of the dead.
-    Record dead{};
-    {
-        HelperProcess ghost(HelperPath("kiv_ipc_child"),
-                            {"server", "ghost", TempPath("ghost.bin")});
-        ASSERT_TRUE(ghost.AwaitReady());
-        ghost.Kill();
-        ASSERT_EQ(ghost.Wait(), 128 + SIGKILL);
-        ASSERT_GE(directory->LookUp(u"ghost", dead), 0);
-    }
-    std::mt19937 random(seed);
-    const std::string kivipc = HelperPath("kivipc");
-    const std::string listing = TempPath("listing.txt");
-    for (int round = 0; round < rounds; ++round) {
-        // Nobody else uses the directory between rounds: fill it in place.
-        Bytes s = directory->Section();
-        std::int32_t count = s.Count(kServerCountAt, kMaxServers);
-        for (; count < kMaxServers; ++count) {
-            Bytes(dead).Clear(static_cast<std::int64_t>(kNameAt), kNameChars * 2);
-            Bytes(dead).SetText(kNameAt,
-                                std::u16string{u'd', static_cast<char16_t>(u'0' + count / 10),
-                                               static_cast<char16_t>(u'0' + count % 10)},
-                                31);
-            s.Copy(RecordAt(static_cast<std::size_t>(count)), dead.data(), kRecordSize);
-        }
-        s.SetI32(kServerCountAt, kMaxServers);
+inline void KillAndReap(HelperProcess& victim) {
+    victim.Kill();
+    ASSERT_EQ(victim.Wait(), 128 + SIGKILL);
+}
 
-        HelperProcess killed(kivipc, {"list"}, TempPath("killed.txt"));
-        usleep(static_cast<useconds_t>(1000 + random() % 8000));
-        killed.Kill();
-        killed.Wait();
-        HelperProcess fresh(kivipc, {"list"}, listing);
-        ASSERT_EQ(fresh.Wait(3000), 0) << "round " << round;
-        const std::string out = ReadFileBytes(listing);
-        ASSERT_EQ(CountOf(out, "(process "), 1) << out;
-        ASSERT_NE(out.find("live (process "), std::string::npos) << out;
+/// The texts a helper "server"'s "store" handler appended to `file`, in
+/// order; "(none)" for a command without a payload.
+inline std::vector<std::string> StoredTexts(const std::string& file) {
+    const std::string bytes = ReadFileBytes(file);
+    std::vector<std::string> texts;
+    for (std::size_t at = 0; at < bytes.size(); at += bytes[at] == 0 ? 1 : 1025) {
+        texts.emplace_back(bytes[at] == 0 ? "(none)" : bytes.c_str() + at + 1);
     }
+    return texts;
+}
+
+/// True when this process can fill every data slot at once.
+inline bool EverySlotFree() {
+    auto* directory = ipc::detail::IpcDirectory::Current();
+    std::vector<std::uint32_t> slots;
+    for (int i = 0; i < ipc::detail::kSlotCount; ++i) {
+        slots.push_back(directory->PutData("free?", 6));
+    }
+    bool all = true;
+    for (std::uint32_t slot : slots) {
+        all = all && slot != 0;
+        directory->ReleaseData(slot);
+    }
+    return all;
 }
 
 }  // namespace kiv::test
