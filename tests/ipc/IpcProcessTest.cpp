@@ -14,17 +14,12 @@
 #include <vector>
 
 #include "ipc/IpcDirectory.h"
-#include "support/HelperProcess.h"
-#include "support/KivTestEnvironment.h"
+#include "support/IpcTesting.h"
 
 namespace {
 
 using namespace kiv::ipc;
-using kiv::test::HelperProcess;
-
-std::string Child() {
-    return kiv::test::HelperPath("kiv_ipc_child");
-}
+using namespace kiv::test;
 
 std::vector<std::string> g_news;
 
@@ -38,8 +33,8 @@ class ServerProcess {
 public:
     explicit ServerProcess(const std::string& name)
         : m_name(name.begin(), name.end()),
-          m_file(kiv::test::TempPath(name + ".bin")),
-          m_process(Child(), {"server", name, m_file}) {}
+          m_file(TempPath(name + ".bin")),
+          m_process(IpcChild(), {"server", name, m_file}) {}
     ~ServerProcess() {
         MIpc ipc;
         MIpcService service;
@@ -53,8 +48,8 @@ public:
     HelperProcess& Process() { return m_process; }
     // What the "store" handler wrote since the last call.
     std::string TakeStored() {
-        std::string bytes = kiv::test::ReadFileBytes(m_file);
-        kiv::test::WriteFileBytes(m_file, "");
+        std::string bytes = ReadFileBytes(m_file);
+        WriteFileBytes(m_file, "");
         return bytes;
     }
 
@@ -142,8 +137,7 @@ TEST(IpcAcrossProcesses, ServersEndWithTheirProcessesUnregistrationAndSendsToThe
     MIpc ipc;
     MIpcService service;
     ASSERT_EQ(ipc.GetService(L"srv", service), 0u);
-    killed.Process().Kill();
-    ASSERT_EQ(killed.Process().Wait(), 128 + SIGKILL);
+    KillAndReap(killed.Process());
     // The send returns, and says that nothing was delivered; the dead
     // server's record is then gone.
     EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), IPC_NOT_DELIVERED);
@@ -178,51 +172,39 @@ TEST(IpcAcrossProcesses, ProcessesStartingTogetherShareOneSectionAndOneIdCounter
     EXPECT_EQ(directory->Section().U32(kiv::ipc::detail::kNextObjectIdAt), 33u);
 }
 
-TEST(IpcAcrossProcesses, AClientKilledHoldingTheDirectoryLockDoesNotBlockTheNext) {
+TEST(IpcAcrossProcesses, NeitherALockHolderNorATakerOfTheLockEventKilledBlocksTheNext) {
+    using namespace kiv::platform;
     MIpc ipc;
     MIpcService service;
     // This process holds the lock's event too, so the event outlives the
     // holder and keeps the signal the holder took.
     EXPECT_EQ(ipc.GetService(L"after", service), 0xFFFFFFFFu);
-    HelperProcess holder(Child(), {"hold-lock"});
-    ASSERT_TRUE(holder.AwaitReady());
-    holder.Kill();
-    ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
+    ASSERT_TRUE(event.IsValid());
+    {
+        HelperProcess holder(IpcChild(), {"hold-lock"});
+        ASSERT_TRUE(holder.AwaitReady());
+        EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);  // held: unsignalled
+        KillAndReap(holder);
+    }
     MIpcServer server;
     server.SetServerName(L"after");
     EXPECT_EQ(ipc.RegisterMyService(server), 0u);
     EXPECT_EQ(ipc.GetService(L"after", service), 0u);
-}
-
-TEST(IpcAcrossProcesses, TheLockEventShowsTheLockButAProcessKilledHoldingTheEventBlocksNobody) {
-    using namespace kiv::platform;
-    ASSERT_NE(kiv::ipc::detail::IpcDirectory::Current(), nullptr);
-    Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
-    ASSERT_TRUE(event.IsValid());
-    {
-        HelperProcess holder(Child(), {"hold-lock"});
-        ASSERT_TRUE(holder.AwaitReady());
-        EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);  // held: unsignalled
-        holder.Kill();
-        ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
-    }
-    std::vector<MIpcService> list;
-    MIpc().GetServiceList(list);
     ASSERT_EQ(WaitFor(event, 0), 0);  // given back by the next holder
     event.Set();
     // A process that takes the event itself and dies with it (as one killed
     // between taking a lock and recording itself would) keeps nobody out.
-    HelperProcess taker(Child(), {"take-event"});
+    HelperProcess taker(IpcChild(), {"take-event"});
     ASSERT_TRUE(taker.AwaitReady());
-    taker.Kill();
-    ASSERT_EQ(taker.Wait(), 128 + SIGKILL);
-    HelperProcess lister(Child(), {"list"});
+    KillAndReap(taker);
+    HelperProcess lister(IpcChild(), {"list"});
     EXPECT_EQ(lister.Wait(10000), 0);
 }
 
 TEST(IpcAcrossProcesses, ADataSlotOfAProcessKilledHoldingItIsFreeAgain) {
     using kiv::ipc::detail::IpcDirectory;
-    HelperProcess holder(Child(), {"hold-slot"});
+    HelperProcess holder(IpcChild(), {"hold-slot"});
     ASSERT_TRUE(holder.AwaitReady());
     IpcDirectory* directory = IpcDirectory::Current();
     ASSERT_NE(directory, nullptr);
@@ -232,8 +214,7 @@ TEST(IpcAcrossProcesses, ADataSlotOfAProcessKilledHoldingItIsFreeAgain) {
         ASSERT_NE(mine.back(), 0u);
     }
     EXPECT_EQ(directory->PutData("p", 2), 0u);  // the holder lives: all ten taken
-    holder.Kill();
-    ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    KillAndReap(holder);
     const std::uint32_t reclaimed = directory->PutData("p", 2);
     EXPECT_NE(reclaimed, 0u);
     EXPECT_EQ(std::count(mine.begin(), mine.end(), reclaimed), 0);
