@@ -18,51 +18,28 @@ namespace {
 using namespace kiv::platform;
 using namespace kiv::test::windows;
 
-// A thread that owns one window and pumps it until the finish message.
-class PumpThread {
-public:
-    explicit PumpThread(const wchar_t* className) {
-        std::promise<HWND> created;
-        auto window = created.get_future();
-        m_thread = std::thread([this, className, &created] {
-            g_log.owner = kiv::test::CurrentThreadId();
-            created.set_value(CreateMessageWindow(className, L"pump", Procedure));
-            PumpWindowMessages(kInfinite, &m_exitCode);
-        });
-        m_window = window.get();
-    }
-    ~PumpThread() {
-        if (m_thread.joinable()) {
-            Finish();
-        }
-    }
-    HWND Window() const { return m_window; }
-    int Finish() {
-        while (!PostWindowMessage(m_window, kFinish, 0, 0)) {
-            std::this_thread::yield();  // the queue is full for a moment
-        }
-        m_thread.join();
-        return m_exitCode;
-    }
-
-private:
-    HWND m_window = nullptr;
-    int m_exitCode = -1;
-    std::thread m_thread;
-};
-
 TEST(MessageWindow, PostsRunInOrderAndSendsRunOnTheOwnerThreadOrDirectlyOnTheSendersOwn) {
-    ResetLog(kiv::test::CurrentThreadId());
-    PumpThread pump(L"ordered");
-    ASSERT_NE(pump.Window(), nullptr);
+    ResetLog(0);
+    std::promise<HWND> created;
+    int exitCode = -1;
+    std::thread owner([&] {
+        g_log.owner = kiv::test::CurrentThreadId();
+        created.set_value(CreateMessageWindow(L"ordered", L"pump", Procedure));
+        PumpWindowMessages(kInfinite, &exitCode);
+    });
+    const HWND pump = created.get_future().get();
+    if (pump == nullptr) {
+        owner.detach();
+        FAIL() << "no window";
+    }
     for (int i = 0; i < 1000; ++i) {
         // The queue is bounded: a refused post is retried, never lost.
-        while (!PostWindowMessage(pump.Window(), kSequence, static_cast<std::uintptr_t>(i), 0)) {
+        while (!PostWindowMessage(pump, kSequence, static_cast<std::uintptr_t>(i), 0)) {
             std::this_thread::yield();
         }
     }
-    EXPECT_EQ(SendWindowMessage(pump.Window(), kAdd, 40, 2), 42);
-    EXPECT_EQ(SendWindowMessage(pump.Window(), kAdd, 7, -10), -3);
+    EXPECT_EQ(SendWindowMessage(pump, kAdd, 40, 2), 42);
+    EXPECT_EQ(SendWindowMessage(pump, kAdd, 7, -10), -3);
     // A window of the calling thread is called directly, without a pump.
     const int self = kiv::test::CurrentThreadId();
     const HWND mine = CreateMessageWindow(L"mine", L"", Procedure);
@@ -70,10 +47,14 @@ TEST(MessageWindow, PostsRunInOrderAndSendsRunOnTheOwnerThreadOrDirectlyOnTheSen
     // A send whose procedure sends back to the waiting thread completes, the
     // inner send running here while this thread waits.
     g_log.lastAddThread = 0;
-    EXPECT_EQ(SendWindowMessage(pump.Window(), kNested, 10, WindowValue(mine)), 12);
+    EXPECT_EQ(SendWindowMessage(pump, kNested, 10, WindowValue(mine)), 12);
     EXPECT_EQ(g_log.lastAddThread.load(), self);
     EXPECT_TRUE(DestroyMessageWindow(mine));
-    EXPECT_EQ(pump.Finish(), 1000) << "the quit comes after every earlier post";
+    while (!PostWindowMessage(pump, kFinish, 0, 0)) {
+        std::this_thread::yield();  // the queue is full for a moment
+    }
+    owner.join();
+    EXPECT_EQ(exitCode, 1000) << "the quit comes after every earlier post";
     // Only the two runs for this thread's own window ran on another thread.
     EXPECT_EQ(g_log.wrongThread.load(), 2);
 }
