@@ -278,7 +278,7 @@ TEST(IpcAcrossProcesses, NeitherALockHolderNorATakerOfTheLockEventKilledBlocksTh
     HelperProcess taker(IpcChild(), {"take-event"});
     ASSERT_TRUE(taker.AwaitReady());
     KillAndReap(taker);
-    HelperProcess lister(IpcChild(), {"list"});
+    HelperProcess lister(HelperPath("kivipc"), {"list"}, TempPath("listing.txt"));
     EXPECT_EQ(lister.Wait(10000), 0);
 }
 

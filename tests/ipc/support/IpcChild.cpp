@@ -1,34 +1,31 @@
-// The other process of the IPC tests. Commands ("until killed": ready, then
-// sleeps or loops until the test kills it):
-//   server <name> <file>   registers <name> with the commands "store" (appends
-//                          a flag byte, 1 for a payload and 0 for none, and the
-//                          1,024 payload bytes to <file>), "raise" (raises the
-//                          event "news" with its payload) and "quit", and the
-//                          event "news"; adds "late" after registering; pumps
+// The other process of the IPC tests. "Until killed": reports readiness,
+// then sleeps or loops until the test kills it. Commands:
+//   server <name> <file>   registers <name> with the event "news" and the
+//                          commands "store" (appends a flag byte, 1 for a
+//                          payload and 0 for none, and the 1,024 payload bytes
+//                          to <file>), "raise" (raises "news" with its payload)
+//                          and "quit"; adds "late" after registering; pumps
 //                          until "quit", unregisters, exits 0
 //   hold-lock | hold-window-lock | hold-slot | take-event
-//                          holds the directory lock, the window table's lock
-//                          (owning a window), a data slot, or the directory
-//                          lock's named event taken by a wait, until killed
-//   list                   lists the directory once and exits 0
-//   churn <name> <target>  registers <name>, lists, holds a slot, sets a named
-//                          event, sends "store" to <target>, unregisters, over
-//                          and over until killed
+//                          holds the directory lock, the window table's lock,
+//                          a data slot, or the directory lock's named event
+//                          (taken by a wait) until killed
+//   churn <name> <target>  registers, lists, holds a slot, sets a named event,
+//                          sends "store" to <target>, unregisters; until killed
 //   listen <server> <event> subscribes and pumps until killed
 //   call <server> <command> <text>
-//                          ready once the server was found, then sends <text>
-//                          and its terminator; exits 0 when it ran, 3 when it
-//                          was not delivered, else 1
-//   calls <server> <tag> <file> | registry <tag> <file>
-//                          every 2 ms sends "store" with "<tag>-<n>", or
-//                          writes the DWORD "<tag>-<n>" = n under
-//                          HKCU\Campaign, and appends "<tag>-<n>" to <file>
-//                          once that succeeded, until killed
+//                          ready once the server was found; sends <text> and
+//                          its terminator; exits 0 if it ran, 3 if it was not
+//                          delivered, else 1
+//   calls | registry ...   every 2 ms sends "store" with "<tag>-<n>" to
+//                          <server> (calls <server> <tag> <file>), or writes
+//                          the DWORD "<tag>-<n>" = n under HKCU\Campaign
+//                          (registry <tag> <file>), and appends "<tag>-<n>" to
+//                          <file> once that succeeded; until killed
 //   fresh <server> <text>  what a process started after a kill does: lists
-//                          (exits 5 if a listed server's process is gone),
-//                          sends "store" with <text> (6 unless it ran), writes
-//                          and reads back a registry value (7 unless both
-//                          succeeded); 0
+//                          (5 if a listed server's process is gone), sends
+//                          "store" with <text> (6 unless it ran), writes and
+//                          reads back a registry value (7 unless both did); 0
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -267,11 +264,6 @@ int main(int argc, char** argv) {
     }
     if (command == "hold-slot") {
         return HoldUntilKilled(directory->PutData("mine", 5) != 0);
-    }
-    if (command == "list") {
-        std::vector<MIpcService> list;
-        MIpc().GetServiceList(list);
-        return 0;
     }
     if (argc < 4) {
         return 2;
