@@ -138,7 +138,7 @@ TEST(IpcDirectory, TheSectionStartsZeroFilledAndRecordsLieWhereTheLayoutSays) {
               reinterpret_cast<HWND>(static_cast<std::uintptr_t>(window)));
 }
 
-TEST(IpcDirectory, CommandsCountReAddsAndRemoveOnlyTheLastOneCleanly) {
+TEST(IpcDirectory, CommandsAndEventsCountReAddsAndRemovalsWithTheirQuirks) {
     DebugTexts debug;
     MIpcServer server = NamedServer(L"commands");
     EXPECT_EQ(server.AddCommand(L"a", Record<1>, nullptr), 0u);
@@ -164,20 +164,17 @@ TEST(IpcDirectory, CommandsCountReAddsAndRemoveOnlyTheLastOneCleanly) {
     server.RemoveCommand(L"a");  // not the last: the last one goes instead
     server.GetCommandList(list);
     EXPECT_EQ(Names(list), (std::vector<std::wstring>{L"a", L"b", L""}));
-}
 
-TEST(IpcDirectory, EventsAreFiveAtMostWithAZeroWhenFullAndRemovedOnlyOnceRegistered) {
-    DebugTexts debug;
-    MIpcServer server = NamedServer(L"events");
+    // Events: five at most, 0 when full, removed only once registered.
+    MIpcServer events = NamedServer(L"events");
     for (unsigned i = 0; i < 5; ++i) {
         const std::wstring name = L"e" + std::to_wstring(i);
-        EXPECT_EQ(server.AddEvent(name.c_str(), nullptr), i);
+        EXPECT_EQ(events.AddEvent(name.c_str(), nullptr), i);
     }
-    EXPECT_EQ(server.AddEvent(L"e5", nullptr), 0u);  // full: 0, not -1
+    EXPECT_EQ(events.AddEvent(L"e5", nullptr), 0u);  // full: 0, not -1
     EXPECT_EQ(debug.Take(), "Over max event IMC_SERVICE\n");
-    server.RemoveEvent(L"e4");  // not registered: judged against no shared record
-    std::vector<_tagIpcObject> list;
-    server.GetEventList(list);
+    events.RemoveEvent(L"e4");  // not registered: judged against no shared record
+    events.GetEventList(list);
     EXPECT_EQ(list.size(), 5u);
 
     MIpcServer other = NamedServer(L"other events");
@@ -186,15 +183,15 @@ TEST(IpcDirectory, EventsAreFiveAtMostWithAZeroWhenFullAndRemovedOnlyOnceRegiste
     EXPECT_EQ(debug.Take(), "Server has the event service!\n");
 
     MIpc ipc;
-    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
-    server.RemoveEvent(L"e4");
-    const Bytes r(*static_cast<kiv::ipc::detail::Record*>(server.GetServerInfo()));
-    EXPECT_EQ(r.I32(kEventCountAt), 4);  // the private record only
+    ASSERT_EQ(ipc.RegisterMyService(events), 0u);
+    events.RemoveEvent(L"e4");
+    const Bytes e(*static_cast<kiv::ipc::detail::Record*>(events.GetServerInfo()));
+    EXPECT_EQ(e.I32(kEventCountAt), 4);  // the private record only
     MIpcService service;
     ASSERT_EQ(ipc.GetService(L"events", service), 0u);
     service.GetEventList(list);
     EXPECT_EQ(list.size(), 5u);
-    server.AddCommand(L"late", Record<1>, nullptr);  // after registering: private only
+    events.AddCommand(L"late", Record<1>, nullptr);  // after registering: private only
     service.GetCommandList(list);
     EXPECT_TRUE(list.empty());
     EXPECT_EQ(service.SendCommand(L"late", nullptr, 0, 0), 0xFFFFFFFFu);
