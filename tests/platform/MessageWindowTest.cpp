@@ -59,7 +59,7 @@ TEST(MessageWindow, PostsRunInOrderAndSendsRunOnTheOwnerThreadOrDirectlyOnTheSen
     EXPECT_EQ(g_log.wrongThread.load(), 2);
 }
 
-TEST(MessageWindow, AFullQueueRefusesThePostAndKeepsEveryEarlierMessage) {
+TEST(MessageWindow, AFullQueueRefusesThePostKeepingEveryEarlierOneAndDestroyingEndsAWaitingSend) {
     ResetLog(kiv::test::CurrentThreadId());
     const HWND window = CreateMessageWindow(L"full", L"", Procedure);
     int accepted = 0;
@@ -74,7 +74,21 @@ TEST(MessageWindow, AFullQueueRefusesThePostAndKeepsEveryEarlierMessage) {
     WindowMessage m;
     EXPECT_EQ(GetWindowMessage(&m, 0), 1);
     EXPECT_EQ(GetWindowMessage(&m, 0), -1);
-    DestroyMessageWindow(window);
+
+    // Destroying the window ends a send that waits for it and drops what was
+    // posted to it.
+    kiv::test::BlockedThreads sender(
+        [&] { return static_cast<int>(SendWindowMessage(window, kAdd, 1, 1)); });
+    ASSERT_TRUE(sender.AllAsleep());
+    ASSERT_TRUE(PostWindowMessage(window, kSequence, kPostedQueueLength, 0));
+    EXPECT_TRUE(DestroyMessageWindow(window));
+    EXPECT_EQ(sender.AwaitDone(1), 1);
+    EXPECT_EQ(sender.Sum(), 0);
+    EXPECT_FALSE(PostWindowMessage(window, kSequence, 0, 0));
+    EXPECT_EQ(SendWindowMessage(window, kAdd, 1, 1), 0);
+    EXPECT_FALSE(DestroyMessageWindow(window));
+    EXPECT_EQ(GetWindowMessage(&m, 0), -1);
+    EXPECT_EQ(g_log.inOrder.load(), kPostedQueueLength);
 }
 
 TEST(MessageWindow, MoreSendersThanAQueueHoldsAllWaitForRoomAndRun) {
@@ -118,24 +132,6 @@ TEST(MessageWindow, MoreSendersThanAQueueHoldsAllWaitForRoomAndRun) {
     owner.join();
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_EQ(g_log.adds.load(), kSenders);
-}
-
-TEST(MessageWindow, DestroyingAWindowEndsASendThatWaitsForIt) {
-    ResetLog(kiv::test::CurrentThreadId());
-    const HWND window = CreateMessageWindow(L"doomed", L"", Procedure);
-    kiv::test::BlockedThreads sender(
-        [&] { return static_cast<int>(SendWindowMessage(window, kAdd, 1, 1)); });
-    ASSERT_TRUE(sender.AllAsleep());
-    ASSERT_TRUE(PostWindowMessage(window, kSequence, 0, 0));
-    EXPECT_TRUE(DestroyMessageWindow(window));
-    EXPECT_EQ(sender.AwaitDone(1), 1);
-    EXPECT_EQ(sender.Sum(), 0);
-    EXPECT_FALSE(PostWindowMessage(window, kSequence, 0, 0));
-    EXPECT_EQ(SendWindowMessage(window, kAdd, 1, 1), 0);
-    EXPECT_FALSE(DestroyMessageWindow(window));
-    WindowMessage m;
-    EXPECT_EQ(GetWindowMessage(&m, 0), -1);  // what was posted to it is dropped
-    EXPECT_EQ(g_log.inOrder.load(), 0);
 }
 
 TEST(MessageWindow, WindowsAreFoundByClassAndTitleAndEndWithTheirThread) {
