@@ -33,10 +33,6 @@ IpcDirectory& Directory() {
     return *directory;
 }
 
-std::u16string U16(const char* s) {
-    return std::u16string(s, s + std::char_traits<char>::length(s));
-}
-
 // Captures the debugger texts of the test.
 class DebugTexts {
 public:
@@ -78,6 +74,26 @@ MIpcServer NamedServer(const wchar_t* name) {
     return server;
 }
 
+// A server of this process registered under `name` with `events` (and with
+// the command "c" if `command` is set), and the service that finds it.
+struct Registered {
+    Registered(const wchar_t* name, std::initializer_list<const wchar_t*> events,
+               int (*command)(void*) = nullptr)
+        : server(NamedServer(name)) {
+        for (const wchar_t* event : events) {
+            server.AddEvent(event, nullptr);
+        }
+        if (command != nullptr) {
+            server.AddCommand(L"c", command, nullptr);
+        }
+        EXPECT_EQ(ipc.RegisterMyService(server), 0u);
+        EXPECT_EQ(ipc.GetService(name, service), 0u);
+    }
+    MIpc ipc;
+    MIpcServer server;
+    MIpcService service;
+};
+
 TEST(IpcDirectory, TheSectionStartsZeroFilledAndRecordsLieWhereTheLayoutSays) {
     Bytes s = Directory().Section();
     struct stat st {};
@@ -103,17 +119,17 @@ TEST(IpcDirectory, TheSectionStartsZeroFilledAndRecordsLieWhereTheLayoutSays) {
     const std::uint32_t window = s.U32(r + 0);
     EXPECT_NE(window, 0u);
     EXPECT_EQ(s.U32(r + 4), static_cast<std::uint32_t>(getpid()));
-    EXPECT_EQ(s.Text(r + 8, 32), U16("alpha"));
+    EXPECT_EQ(s.Text(r + 8, 32), std::u16string(u"alpha"));
     EXPECT_EQ(s.Byte(r + 8), 'a');  // UTF-16LE
     EXPECT_EQ(s.Byte(r + 9), 0);
     EXPECT_EQ(s.I32(r + 72), 1);
     EXPECT_EQ(s.I32(r + 76), 1);
     EXPECT_EQ(s.U32(r + 80), 1u);  // the first id ever handed out
-    EXPECT_EQ(s.Text(r + 84, 32), U16("go"));
-    EXPECT_EQ(s.Text(r + 148, 64), U16("starts it"));
+    EXPECT_EQ(s.Text(r + 84, 32), std::u16string(u"go"));
+    EXPECT_EQ(s.Text(r + 148, 64), std::u16string(u"starts it"));
     EXPECT_NE(s.U32(r + 276), 0u);  // a token, not an address
-    EXPECT_EQ(s.Text(r + 1080, 32), U16("tick"));
-    EXPECT_EQ(s.Text(r + 1144, 64), U16("every second"));
+    EXPECT_EQ(s.Text(r + 1080, 32), std::u16string(u"tick"));
+    EXPECT_EQ(s.Text(r + 1144, 64), std::u16string(u"every second"));
 
     // The process's IPC window: class name the process id in hexadecimal.
     wchar_t className[16];
@@ -122,7 +138,7 @@ TEST(IpcDirectory, TheSectionStartsZeroFilledAndRecordsLieWhereTheLayoutSays) {
               reinterpret_cast<HWND>(static_cast<std::uintptr_t>(window)));
 }
 
-TEST(IpcDirectory, CommandsCountReAddsAndRemoveOnlyTheLastOneCleanly) {
+TEST(IpcDirectory, CommandsAndEventsCountReAddsAndRemovalsWithTheirQuirks) {
     DebugTexts debug;
     MIpcServer server = NamedServer(L"commands");
     EXPECT_EQ(server.AddCommand(L"a", Record<1>, nullptr), 0u);
@@ -148,20 +164,17 @@ TEST(IpcDirectory, CommandsCountReAddsAndRemoveOnlyTheLastOneCleanly) {
     server.RemoveCommand(L"a");  // not the last: the last one goes instead
     server.GetCommandList(list);
     EXPECT_EQ(Names(list), (std::vector<std::wstring>{L"a", L"b", L""}));
-}
 
-TEST(IpcDirectory, EventsAreFiveAtMostWithAZeroWhenFullAndRemovedOnlyOnceRegistered) {
-    DebugTexts debug;
-    MIpcServer server = NamedServer(L"events");
+    // Events: five at most, 0 when full, removed only once registered.
+    MIpcServer events = NamedServer(L"events");
     for (unsigned i = 0; i < 5; ++i) {
         const std::wstring name = L"e" + std::to_wstring(i);
-        EXPECT_EQ(server.AddEvent(name.c_str(), nullptr), i);
+        EXPECT_EQ(events.AddEvent(name.c_str(), nullptr), i);
     }
-    EXPECT_EQ(server.AddEvent(L"e5", nullptr), 0u);  // full: 0, not -1
+    EXPECT_EQ(events.AddEvent(L"e5", nullptr), 0u);  // full: 0, not -1
     EXPECT_EQ(debug.Take(), "Over max event IMC_SERVICE\n");
-    server.RemoveEvent(L"e4");  // not registered: judged against no shared record
-    std::vector<_tagIpcObject> list;
-    server.GetEventList(list);
+    events.RemoveEvent(L"e4");  // not registered: judged against no shared record
+    events.GetEventList(list);
     EXPECT_EQ(list.size(), 5u);
 
     MIpcServer other = NamedServer(L"other events");
@@ -170,15 +183,15 @@ TEST(IpcDirectory, EventsAreFiveAtMostWithAZeroWhenFullAndRemovedOnlyOnceRegiste
     EXPECT_EQ(debug.Take(), "Server has the event service!\n");
 
     MIpc ipc;
-    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
-    server.RemoveEvent(L"e4");
-    const Bytes r(*static_cast<kiv::ipc::detail::Record*>(server.GetServerInfo()));
-    EXPECT_EQ(r.I32(kEventCountAt), 4);  // the private record only
+    ASSERT_EQ(ipc.RegisterMyService(events), 0u);
+    events.RemoveEvent(L"e4");
+    const Bytes e(*static_cast<kiv::ipc::detail::Record*>(events.GetServerInfo()));
+    EXPECT_EQ(e.I32(kEventCountAt), 4);  // the private record only
     MIpcService service;
     ASSERT_EQ(ipc.GetService(L"events", service), 0u);
     service.GetEventList(list);
     EXPECT_EQ(list.size(), 5u);
-    server.AddCommand(L"late", Record<1>, nullptr);  // after registering: private only
+    events.AddCommand(L"late", Record<1>, nullptr);  // after registering: private only
     service.GetCommandList(list);
     EXPECT_TRUE(list.empty());
     EXPECT_EQ(service.SendCommand(L"late", nullptr, 0, 0), 0xFFFFFFFFu);
@@ -211,13 +224,8 @@ TEST(IpcDirectory, ThirtyServersWithUniqueNamesAndEveryListedServiceStaysUsable)
 }
 
 TEST(IpcDirectory, SubscriptionsAreFivePerEventAndASecondOfOneCallbackGivesTheFirstId) {
-    MIpcServer server = NamedServer(L"news");
-    server.AddEvent(L"first", nullptr);
-    server.AddEvent(L"second", L"after the first");
-    MIpc ipc;
-    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
-    MIpcService service;
-    ASSERT_EQ(ipc.GetService(L"news", service), 0u);
+    Registered news(L"news", {L"first", L"second"});
+    MIpcService& service = news.service;
     const int a = service.SubscribeEvent(L"first", Record<1>);
     EXPECT_EQ(a, 1);
     EXPECT_EQ(service.SubscribeEvent(L"first", Record<1>), a);
@@ -232,13 +240,13 @@ TEST(IpcDirectory, SubscriptionsAreFivePerEventAndASecondOfOneCallbackGivesTheFi
     // Raised by the thread that owns this process's IPC window: the
     // callbacks run directly, in slot order, with the payload.
     g_calls.clear();
-    EXPECT_EQ(server.SetEvent(L"first", "hi", 3), 0u);
+    EXPECT_EQ(news.server.SetEvent(L"first", "hi", 3), 0u);
     EXPECT_EQ(g_calls, (std::vector<std::string>{"1:hi", "2:hi", "3:hi", "4:hi", "5:hi"}));
     g_calls.clear();
-    server.SetEvent(L"first", nullptr, 5);
+    news.server.SetEvent(L"first", nullptr, 5);
     EXPECT_EQ(g_calls.front(), "1:null");
     g_calls.clear();
-    server.SetEvent(L"unknown", "x", 2);
+    news.server.SetEvent(L"unknown", "x", 2);
     EXPECT_TRUE(g_calls.empty());
 }
 
@@ -259,27 +267,17 @@ TEST(IpcDirectory, CutsOfNamesAndDescriptionsNeverEndInHalfASurrogatePair) {
 }
 
 TEST(IpcDirectory, ASubscriberCountOfIntMaxInTheSectionWrapsWithoutOverflow) {
-    MIpcServer server = NamedServer(L"huge");
-    server.AddEvent(L"e", nullptr);
-    MIpc ipc;
-    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
+    Registered huge(L"huge", {L"e"});
     Bytes s = Directory().Section();
     const std::size_t countAt = RecordAt(0) + EventAt(0) + kSubscriberCountAt;
     s.SetI32(countAt, INT32_MAX);
-    MIpcService service;
-    ASSERT_EQ(ipc.GetService(L"huge", service), 0u);
-    EXPECT_GT(service.SubscribeEvent(L"e", Record<1>), 0);
+    EXPECT_GT(huge.service.SubscribeEvent(L"e", Record<1>), 0);
     EXPECT_EQ(s.U32(countAt), 0x80000000u);
 }
 
 TEST(IpcDirectory, UnsubscribeMovesAndClearsWithA256ByteStride) {
-    MIpcServer server = NamedServer(L"stride");
-    server.AddEvent(L"first", nullptr);
-    server.AddEvent(L"second", nullptr);
-    MIpc ipc;
-    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
-    MIpcService service;
-    ipc.GetService(L"stride", service);
+    Registered stride(L"stride", {L"first", L"second"});
+    MIpcService& service = stride.service;
     const int ids[3] = {service.SubscribeEvent(L"first", Record<1>),
                         service.SubscribeEvent(L"first", Record<2>),
                         service.SubscribeEvent(L"first", Record<3>)};
@@ -293,11 +291,12 @@ TEST(IpcDirectory, UnsubscribeMovesAndClearsWithA256ByteStride) {
     EXPECT_EQ(s.I32(r + SubscriberAt(0, 1)), ids[2]);
     EXPECT_EQ(s.I32(r + SubscriberAt(0, 2)), 0);
     // The move and the clear ran 256 bytes per entry, over the next event.
-    EXPECT_EQ(s.Text(r + EventAt(1), 32), U16(""));
+    EXPECT_EQ(s.Text(r + EventAt(1), 32), std::u16string(u""));
     EXPECT_EQ(service.SubscribeEvent(L"second", Record<4>), -1);
 }
 
-TEST(IpcDirectory, DataSlotsKeepAt1023BytesAndRunOutAfterTen) {
+TEST(IpcDirectory, DataSlotsKeepAt1023BytesRunOutAfterTenAndThenCommandsWithPayloadsFail) {
+    Registered slots7(L"slots", {}, Record<7>);
     IpcDirectory& d = Directory();
     std::vector<unsigned char> big(2000);
     for (std::size_t i = 0; i < big.size(); ++i) {
@@ -305,7 +304,7 @@ TEST(IpcDirectory, DataSlotsKeepAt1023BytesAndRunOutAfterTen) {
     }
     EXPECT_EQ(d.PutData(big.data(), 0), 0u);
     std::vector<std::uint32_t> slots;
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < kSlotCount; ++i) {
         slots.push_back(d.PutData(big.data(), 2000));
         ASSERT_NE(slots.back(), 0u);
     }
@@ -316,30 +315,15 @@ TEST(IpcDirectory, DataSlotsKeepAt1023BytesAndRunOutAfterTen) {
     EXPECT_EQ(payload[1023], 0);
     EXPECT_EQ(d.Payload(slots[3] + 1), nullptr);
     EXPECT_EQ(d.Payload(1), nullptr);
-    d.ReleaseData(slots[3]);
-    EXPECT_EQ(d.PutData(big.data(), 3), slots[3]);
-}
-
-TEST(IpcDirectory, ACommandWhosePayloadFindsNoSlotFailsWithoutRunningItsHandler) {
-    MIpcServer server = NamedServer(L"slots");
-    server.AddCommand(L"c", Record<7>, nullptr);
-    MIpc ipc;
-    ASSERT_EQ(ipc.RegisterMyService(server), 0u);
-    MIpcService service;
-    ASSERT_EQ(ipc.GetService(L"slots", service), 0u);
-    IpcDirectory& d = Directory();
-    std::vector<std::uint32_t> slots;
-    for (int i = 0; i < kSlotCount; ++i) {
-        slots.push_back(d.PutData("held", 5));
-        ASSERT_NE(slots.back(), 0u);
-    }
+    // A command whose payload finds no slot fails without running its handler.
     g_calls.clear();
-    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), IPC_NOT_DELIVERED);
+    EXPECT_EQ(slots7.service.SendCommand(L"c", "x", 2, 0), IPC_NOT_DELIVERED);
     EXPECT_TRUE(g_calls.empty());
-    EXPECT_EQ(service.SendCommand(L"c", nullptr, 0, 0), 0u);  // no payload, no slot needed
-    d.ReleaseData(slots[4]);
-    EXPECT_EQ(service.SendCommand(L"c", "x", 2, 0), 0u);
+    EXPECT_EQ(slots7.service.SendCommand(L"c", nullptr, 0, 0), 0u);  // no payload, no slot
+    d.ReleaseData(slots[3]);
+    EXPECT_EQ(slots7.service.SendCommand(L"c", "x", 2, 0), 0u);
     EXPECT_EQ(g_calls, (std::vector<std::string>{"7:null", "7:x"}));
+    EXPECT_EQ(d.PutData(big.data(), 3), slots[3]);
     for (std::uint32_t slot : slots) {
         d.ReleaseData(slot);
     }

@@ -1,5 +1,9 @@
 // Servers and clients in different processes: commands with payloads,
-// events, and a client killed while it held the directory lock.
+// events, servers starting together, and processes killed at chosen points
+// of their IPC use: holding the directory lock or its event, after
+// registering a server, while their payload waits in a data slot, and while
+// subscribed. The library takes back what the dead held, and no live process
+// is hurt.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -11,20 +15,17 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ipc/IpcDirectory.h"
-#include "support/HelperProcess.h"
-#include "support/KivTestEnvironment.h"
+#include "support/IpcTesting.h"
 
 namespace {
 
 using namespace kiv::ipc;
-using kiv::test::HelperProcess;
-
-std::string Child() {
-    return kiv::test::HelperPath("kiv_ipc_child");
-}
+using namespace kiv::ipc::detail;
+using namespace kiv::test;
 
 std::vector<std::string> g_news;
 
@@ -33,51 +34,51 @@ int OnNews(void* payload) {
     return 0;
 }
 
-// The server process of a test, quit when the test ends.
-class ServerProcess {
-public:
-    explicit ServerProcess(const std::string& name)
-        : m_name(name.begin(), name.end()),
-          m_file(kiv::test::TempPath(name + ".bin")),
-          m_process(Child(), {"server", name, m_file}) {}
-    ~ServerProcess() {
-        MIpc ipc;
-        MIpcService service;
-        if (ipc.GetService(m_name.c_str(), service) == 0) {
-            service.SendCommand(L"quit", nullptr, 0, 0);
-            // Let it unregister and end by itself before it is killed.
-            m_process.Wait(10000);  // killed by its destructor if it does not end
+// A live server "live" (the helper's "server"), found by this process.
+class IpcLiveServer : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_live = std::make_unique<HelperProcess>(
+            IpcChild(), std::vector<std::string>{"server", "live", m_file});
+        ASSERT_TRUE(m_live->AwaitReady());
+        ASSERT_EQ(m_ipc.GetService(L"live", m_service), 0u);
+        m_directory = IpcDirectory::Current();
+        ASSERT_NE(m_directory, nullptr);
+    }
+    void TearDown() override {
+        if (m_live != nullptr) {
+            m_service.SendCommand(L"quit", nullptr, 0, 0);
+            m_live->Wait(10000);
         }
     }
-    bool Ready() { return m_process.AwaitReady(); }
-    HelperProcess& Process() { return m_process; }
-    // What the "store" handler wrote since the last call.
-    std::string TakeStored() {
-        std::string bytes = kiv::test::ReadFileBytes(m_file);
-        kiv::test::WriteFileBytes(m_file, "");
-        return bytes;
+    std::vector<std::wstring> Listed() {
+        std::vector<MIpcService> list;
+        m_ipc.GetServiceList(list);
+        std::vector<std::wstring> names;
+        for (MIpcService& service : list) {
+            names.emplace_back(service.GetServiceName());
+        }
+        return names;
     }
 
-private:
-    std::wstring m_name;
-    std::string m_file;
-    HelperProcess m_process;
+    std::string m_file = TempPath("live.bin");
+    std::unique_ptr<HelperProcess> m_live;
+    MIpc m_ipc;
+    MIpcService m_service;
+    IpcDirectory* m_directory = nullptr;
 };
 
-TEST(IpcAcrossProcesses, ACommandsPayloadReachesTheHandlerIntactUpTo1023Bytes) {
-    ServerProcess server("srv");
-    ASSERT_TRUE(server.Ready());
-    MIpc ipc;
+TEST_F(IpcLiveServer, ACommandsPayloadReachesTheHandlerIntactUpTo1023BytesUntilTheServerQuits) {
     std::vector<MIpcService> list;
-    ASSERT_EQ(ipc.GetServiceList(list), 1u);
-    EXPECT_EQ(std::wstring(list[0].GetServiceName()), L"srv");
+    ASSERT_EQ(m_ipc.GetServiceList(list), 1u);
+    EXPECT_EQ(std::wstring(list[0].GetServiceName()), L"live");
     std::vector<_tagIpcObject> commands;
     list[0].GetCommandList(commands);
     ASSERT_EQ(commands.size(), 3u);  // "late" came after registering
     EXPECT_EQ(std::wstring(commands[0].name), L"store");
     EXPECT_EQ(std::wstring(commands[0].description), L"stores the payload");
     MIpcServer notMine;
-    EXPECT_EQ(ipc.GetServer(L"srv", notMine), 0xFFFFFFFFu);
+    EXPECT_EQ(m_ipc.GetServer(L"live", notMine), 0xFFFFFFFFu);
 
     MIpcService& service = list[0];
     for (unsigned size : {0u, 1u, 1023u, 1024u, 3000u}) {
@@ -86,7 +87,8 @@ TEST(IpcAcrossProcesses, ACommandsPayloadReachesTheHandlerIntactUpTo1023Bytes) {
             data[i] = static_cast<char>(i % 251 + 1);
         }
         ASSERT_EQ(service.SendCommand(L"store", data.data(), size, 0), 0u);
-        const std::string stored = server.TakeStored();
+        const std::string stored = ReadFileBytes(m_file);
+        WriteFileBytes(m_file, "");
         if (size == 0) {
             EXPECT_EQ(stored, std::string(1, '\0'));  // the handler got null
             continue;
@@ -99,66 +101,130 @@ TEST(IpcAcrossProcesses, ACommandsPayloadReachesTheHandlerIntactUpTo1023Bytes) {
     }
     EXPECT_EQ(service.SendCommand(L"late", "x", 1, 0), 0xFFFFFFFFu);
     EXPECT_EQ(service.SendCommand(L"unknown", "x", 1, 0), 0xFFFFFFFFu);
-    EXPECT_EQ(server.TakeStored(), "");  // nothing was sent
+    EXPECT_EQ(ReadFileBytes(m_file), "");  // nothing was sent
 
     MIpcService missing;
-    EXPECT_EQ(ipc.GetService(L"nobody", missing), 0xFFFFFFFFu);
+    EXPECT_EQ(m_ipc.GetService(L"nobody", missing), 0xFFFFFFFFu);
     EXPECT_EQ(missing.SendCommand(L"store", "x", 1, 0), 0xFFFFFFFFu);
+    ASSERT_EQ(service.SendCommand(L"quit", nullptr, 0, 0), 0u);
+    EXPECT_EQ(m_live->Wait(), 0);  // it unregistered on the way out
+    EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), 0xFFFFFFFFu);
 }
 
-TEST(IpcAcrossProcesses, EventsReachSubscribersUntilTheyUnsubscribe) {
-    ServerProcess server("srv");
-    ASSERT_TRUE(server.Ready());
-    MIpc ipc;
-    MIpcService service;
-    ASSERT_EQ(ipc.GetService(L"srv", service), 0u);
+TEST_F(IpcLiveServer, EventsReachSubscribersUntilTheyUnsubscribeOrAreKilled) {
+    HelperProcess listener(IpcChild(), {"listen", "live", "news"});
+    ASSERT_TRUE(listener.AwaitReady());
     g_news.clear();
-    const int id = service.SubscribeEvent(L"news", OnNews);
-    ASSERT_GT(id, 0);
-    // The handler raises the event while this thread waits for it, so the
-    // callback runs here during the send.
-    ASSERT_EQ(service.SendCommand(L"raise", "extra", 6, 0), 0u);
-    ASSERT_EQ(service.SendCommand(L"raise", nullptr, 0, 0), 0u);
-    EXPECT_EQ(g_news, (std::vector<std::string>{"extra", "null"}));
-    EXPECT_EQ(service.UnsubscribeEvent(id), 0u);
-    ASSERT_EQ(service.SendCommand(L"raise", "late", 5, 0), 0u);
+    const int mine = m_service.SubscribeEvent(L"news", OnNews);
+    ASSERT_GT(mine, 0);
+    Record record{};
+    ASSERT_GE(m_directory->LookUp(u"live", record), 0);
+    const std::size_t news = EventAt(0);
+    ASSERT_EQ(Bytes(record).I32(news + kSubscriberCountAt), 2);
+    KillAndReap(listener);
+    // The server's handler raises the event; this thread runs the callback
+    // while it waits.
+    EXPECT_EQ(m_service.SendCommand(L"raise", "hello", 6, 0), 0u);
+    EXPECT_EQ(m_service.SendCommand(L"raise", nullptr, 0, 0), 0u);
+    EXPECT_EQ(g_news, (std::vector<std::string>{"hello", "null"}));
+    ASSERT_GE(m_directory->LookUp(u"live", record), 0);
+    EXPECT_EQ(Bytes(record).I32(news + kSubscriberCountAt), 1);
+    EXPECT_EQ(Bytes(record).I32(news + kSubscribersAt + kSubscriberIdAt), mine);
+    EXPECT_TRUE(EverySlotFree());
+    EXPECT_EQ(m_service.UnsubscribeEvent(mine), 0u);
+    ASSERT_EQ(m_service.SendCommand(L"raise", "late", 5, 0), 0u);
     EXPECT_FALSE(PumpWindowMessages(0));
     EXPECT_EQ(g_news.size(), 2u);
 }
 
-TEST(IpcAcrossProcesses, ServersEndWithTheirProcessesUnregistrationAndSendsToThemReturn) {
-    {
-        ServerProcess server("srv");
-        ASSERT_TRUE(server.Ready());
-        MIpcService service;
-        MIpc ipc;
-        ASSERT_EQ(ipc.GetService(L"srv", service), 0u);
-        ASSERT_EQ(service.SendCommand(L"quit", nullptr, 0, 0), 0u);
-        EXPECT_EQ(server.Process().Wait(), 0);  // it unregistered on the way out
-        EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), 0xFFFFFFFFu);
-    }
-    ServerProcess killed("srv");
-    ASSERT_TRUE(killed.Ready());
-    MIpc ipc;
+TEST_F(IpcLiveServer, AServerKilledIsNotSentToNeitherFoundNorListedNorInTheWayOfItsName) {
+    HelperProcess ghost(IpcChild(), {"server", "ghost", TempPath("ghost.bin")});
+    ASSERT_TRUE(ghost.AwaitReady());
+    KillAndReap(ghost);
+    ASSERT_EQ(m_directory->Section().I32(kServerCountAt), 2);  // nothing swept yet
     MIpcService service;
-    ASSERT_EQ(ipc.GetService(L"srv", service), 0u);
-    killed.Process().Kill();
-    ASSERT_EQ(killed.Process().Wait(), 128 + SIGKILL);
-    // The send returns, and says that nothing was delivered; the dead
-    // server's record is then gone.
+    EXPECT_EQ(m_ipc.GetService(L"ghost", service), 0xFFFFFFFFu);
+    EXPECT_EQ(m_directory->Section().I32(kServerCountAt), 1);
+    EXPECT_EQ(Listed(), std::vector<std::wstring>{L"live"});
+
+    HelperProcess again(IpcChild(), {"server", "ghost", TempPath("ghost.bin")});
+    ASSERT_TRUE(again.AwaitReady());
+    ASSERT_EQ(m_ipc.GetService(L"ghost", service), 0u);
+    KillAndReap(again);
+    // A send to it returns, and says that nothing was delivered.
     EXPECT_EQ(service.SendCommand(L"store", "x", 1, 0), IPC_NOT_DELIVERED);
-    EXPECT_EQ(ipc.GetService(L"srv", service), 0xFFFFFFFFu);
+    MIpcServer server;
+    server.SetServerName(L"ghost");
+    EXPECT_EQ(m_ipc.RegisterMyService(server), 0u);  // the name was the dead one's
+    EXPECT_EQ(m_ipc.GetServer(L"ghost", server), 0u);
+    EXPECT_EQ(Listed(), (std::vector<std::wstring>{L"live", L"ghost"}));
+}
+
+TEST_F(IpcLiveServer, PayloadsOfSendersKilledBeforeTheReceiverCopiedThemFreeTheirSlots) {
+    // The server stops; ten callers each put a payload into a slot and wait
+    // for it; each is killed there. Every slot is then held by the dead.
+    ASSERT_EQ(kill(m_live->Pid(), SIGSTOP), 0);
+    std::vector<std::unique_ptr<HelperProcess>> callers;
+    std::set<std::string> sent;
+    for (int i = 0; i < kSlotCount; ++i) {
+        const std::string text = "caller" + std::to_string(i);
+        sent.insert(text);
+        callers.push_back(std::make_unique<HelperProcess>(
+            IpcChild(), std::vector<std::string>{"call", "live", "store", text}));
+        ASSERT_TRUE(callers.back()->AwaitReady());
+    }
+    // Each caller is killed once its payload is in a slot (the slot records
+    // its holder), so while it waits for the server.
+    const auto* trailer =
+        reinterpret_cast<const SectionTrailer*>(m_directory->Section().Data() + kTrailerAt);
+    ASSERT_TRUE(Eventually(
+        [&] {
+            std::set<int> holders;
+            for (const auto& holder : trailer->slotHolder) {
+                holders.insert(static_cast<int>(static_cast<std::uint32_t>(holder.load())));
+            }
+            return std::all_of(callers.begin(), callers.end(),
+                               [&](const auto& caller) { return holders.count(caller->Pid()); });
+        },
+        6000))
+        << "the callers did not all fill a slot";
+    for (auto& caller : callers) {
+        KillAndReap(*caller);
+    }
+    // A live caller takes back a dead one's slot while the server still
+    // sleeps with the dead callers' sends queued before this one.
+    unsigned result = 1;
+    std::thread caller([&] { result = m_service.SendCommand(L"store", "mine", 5, 0); });
+    usleep(50000);
+    ASSERT_EQ(kill(m_live->Pid(), SIGCONT), 0);
+    caller.join();
+    EXPECT_EQ(result, 0u);
+    // No handler was given another sender's payload: "mine" arrived once,
+    // and whatever of the dead callers arrived is theirs, once each.
+    const std::vector<std::string> stored = StoredTexts(m_file);
+    EXPECT_EQ(std::count(stored.begin(), stored.end(), "mine"), 1);
+    std::multiset<std::string> theirs(stored.begin(), stored.end());
+    theirs.erase("mine");
+    for (const std::string& text : theirs) {
+        EXPECT_EQ(sent.count(text), 1u) << text;
+        EXPECT_EQ(theirs.count(text), 1u) << text;
+    }
+    EXPECT_TRUE(EverySlotFree());
+    EXPECT_EQ(m_service.SendCommand(L"store", "after", 6, 0), 0u);
+    EXPECT_EQ(StoredTexts(m_file).back(), "after");
 }
 
 TEST(IpcAcrossProcesses, ProcessesStartingTogetherShareOneSectionAndOneIdCounter) {
     // This process stays away from the section until all of them run, so
     // that they race to create and initialise it.
-    std::vector<std::unique_ptr<ServerProcess>> servers;
+    std::vector<std::unique_ptr<HelperProcess>> servers;
     for (int i = 0; i < 8; ++i) {
-        servers.push_back(std::make_unique<ServerProcess>("race" + std::to_string(i)));
+        const std::string name = "race" + std::to_string(i);
+        servers.push_back(std::make_unique<HelperProcess>(
+            IpcChild(), std::vector<std::string>{"server", name, TempPath(name + ".bin")}));
     }
     for (auto& server : servers) {
-        ASSERT_TRUE(server->Ready());
+        ASSERT_TRUE(server->AwaitReady());
     }
     auto* directory = kiv::ipc::detail::IpcDirectory::Current();
     ASSERT_NE(directory, nullptr);
@@ -176,53 +242,49 @@ TEST(IpcAcrossProcesses, ProcessesStartingTogetherShareOneSectionAndOneIdCounter
     // 32 ids handed out, the private "late" commands taking the other eight:
     // no process started the counter again.
     EXPECT_EQ(directory->Section().U32(kiv::ipc::detail::kNextObjectIdAt), 33u);
+    std::vector<MIpcService> list;
+    MIpc().GetServiceList(list);
+    for (MIpcService& server : list) {
+        server.SendCommand(L"quit", nullptr, 0, 0);  // they end before they are killed
+    }
+    for (auto& server : servers) {
+        server->Wait(10000);
+    }
 }
 
-TEST(IpcAcrossProcesses, AClientKilledHoldingTheDirectoryLockDoesNotBlockTheNext) {
+TEST(IpcAcrossProcesses, NeitherALockHolderNorATakerOfTheLockEventKilledBlocksTheNext) {
+    using namespace kiv::platform;
     MIpc ipc;
     MIpcService service;
     // This process holds the lock's event too, so the event outlives the
     // holder and keeps the signal the holder took.
     EXPECT_EQ(ipc.GetService(L"after", service), 0xFFFFFFFFu);
-    HelperProcess holder(Child(), {"hold-lock"});
-    ASSERT_TRUE(holder.AwaitReady());
-    holder.Kill();
-    ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
+    ASSERT_TRUE(event.IsValid());
+    {
+        HelperProcess holder(IpcChild(), {"hold-lock"});
+        ASSERT_TRUE(holder.AwaitReady());
+        EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);  // held: unsignalled
+        KillAndReap(holder);
+    }
     MIpcServer server;
     server.SetServerName(L"after");
     EXPECT_EQ(ipc.RegisterMyService(server), 0u);
     EXPECT_EQ(ipc.GetService(L"after", service), 0u);
-}
-
-TEST(IpcAcrossProcesses, TheLockEventShowsTheLockButAProcessKilledHoldingTheEventBlocksNobody) {
-    using namespace kiv::platform;
-    ASSERT_NE(kiv::ipc::detail::IpcDirectory::Current(), nullptr);
-    Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
-    ASSERT_TRUE(event.IsValid());
-    {
-        HelperProcess holder(Child(), {"hold-lock"});
-        ASSERT_TRUE(holder.AwaitReady());
-        EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);  // held: unsignalled
-        holder.Kill();
-        ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
-    }
-    std::vector<MIpcService> list;
-    MIpc().GetServiceList(list);
     ASSERT_EQ(WaitFor(event, 0), 0);  // given back by the next holder
     event.Set();
     // A process that takes the event itself and dies with it (as one killed
     // between taking a lock and recording itself would) keeps nobody out.
-    HelperProcess taker(Child(), {"take-event"});
+    HelperProcess taker(IpcChild(), {"take-event"});
     ASSERT_TRUE(taker.AwaitReady());
-    taker.Kill();
-    ASSERT_EQ(taker.Wait(), 128 + SIGKILL);
-    HelperProcess lister(Child(), {"list"});
+    KillAndReap(taker);
+    HelperProcess lister(HelperPath("kivipc"), {"list"}, TempPath("listing.txt"));
     EXPECT_EQ(lister.Wait(10000), 0);
 }
 
 TEST(IpcAcrossProcesses, ADataSlotOfAProcessKilledHoldingItIsFreeAgain) {
     using kiv::ipc::detail::IpcDirectory;
-    HelperProcess holder(Child(), {"hold-slot"});
+    HelperProcess holder(IpcChild(), {"hold-slot"});
     ASSERT_TRUE(holder.AwaitReady());
     IpcDirectory* directory = IpcDirectory::Current();
     ASSERT_NE(directory, nullptr);
@@ -232,8 +294,7 @@ TEST(IpcAcrossProcesses, ADataSlotOfAProcessKilledHoldingItIsFreeAgain) {
         ASSERT_NE(mine.back(), 0u);
     }
     EXPECT_EQ(directory->PutData("p", 2), 0u);  // the holder lives: all ten taken
-    holder.Kill();
-    ASSERT_EQ(holder.Wait(), 128 + SIGKILL);
+    KillAndReap(holder);
     const std::uint32_t reclaimed = directory->PutData("p", 2);
     EXPECT_NE(reclaimed, 0u);
     EXPECT_EQ(std::count(mine.begin(), mine.end(), reclaimed), 0);

@@ -18,111 +18,49 @@ namespace {
 using namespace kiv::platform;
 using namespace kiv::test::windows;
 
-std::atomic<int> g_inOrder{0};
-std::atomic<int> g_wrongThread{0};
-std::atomic<int> g_ownerTid{0};
-std::atomic<int> g_lastAddTid{0};
-
-std::intptr_t Procedure(HWND, unsigned int message, std::uintptr_t wParam, std::intptr_t lParam) {
-    if (g_ownerTid.load() != kiv::test::CurrentThreadId()) {
-        g_wrongThread.fetch_add(1);
+TEST(MessageWindow, PostsRunInOrderAndSendsRunOnTheOwnerThreadOrDirectlyOnTheSendersOwn) {
+    ResetLog(0);
+    std::promise<HWND> created;
+    int exitCode = -1;
+    std::thread owner([&] {
+        g_log.owner = kiv::test::CurrentThreadId();
+        created.set_value(CreateMessageWindow(L"ordered", L"pump", Procedure));
+        PumpWindowMessages(kInfinite, &exitCode);
+    });
+    const HWND pump = created.get_future().get();
+    if (pump == nullptr) {
+        owner.detach();
+        FAIL() << "no window";
     }
-    switch (message) {
-        case kAdd:
-            g_lastAddTid.store(kiv::test::CurrentThreadId());
-            return static_cast<std::intptr_t>(wParam) + lParam;
-        case kSequence:
-            if (wParam == static_cast<std::uintptr_t>(g_inOrder.load())) {
-                g_inOrder.fetch_add(1);
-            }
-            return 0;
-        case kFinish:
-            PostQuitWindowMessage(g_inOrder.load());
-            return 0;
-        case kNested:
-            return SendWindowMessage(WindowFromValue(static_cast<std::uint32_t>(lParam)), kAdd,
-                                     wParam, 1) +
-                   1;
-        default:
-            return 0;
-    }
-}
-
-// A thread that owns one window and pumps it until the finish message.
-class PumpThread {
-public:
-    explicit PumpThread(const wchar_t* className) {
-        std::promise<HWND> created;
-        auto window = created.get_future();
-        m_thread = std::thread([this, className, &created] {
-            g_ownerTid.store(kiv::test::CurrentThreadId());
-            created.set_value(CreateMessageWindow(className, L"pump", Procedure));
-            PumpWindowMessages(kInfinite, &m_exitCode);
-        });
-        m_window = window.get();
-    }
-    ~PumpThread() {
-        if (m_thread.joinable()) {
-            Finish();
-        }
-    }
-    HWND Window() const { return m_window; }
-    int Finish() {
-        while (!PostWindowMessage(m_window, kFinish, 0, 0)) {
-            std::this_thread::yield();  // the queue is full for a moment
-        }
-        m_thread.join();
-        return m_exitCode;
-    }
-
-private:
-    HWND m_window = nullptr;
-    int m_exitCode = -1;
-    std::thread m_thread;
-};
-
-void ResetCounters() {
-    g_inOrder.store(0);
-    g_wrongThread.store(0);
-    g_ownerTid.store(kiv::test::CurrentThreadId());
-}
-
-TEST(MessageWindow, PostedMessagesRunInOrderOnTheOwnerThreadAndQuitComesAfterThem) {
-    ResetCounters();
-    PumpThread pump(L"ordered");
-    ASSERT_NE(pump.Window(), nullptr);
     for (int i = 0; i < 1000; ++i) {
         // The queue is bounded: a refused post is retried, never lost.
-        while (!PostWindowMessage(pump.Window(), kSequence, static_cast<std::uintptr_t>(i), 0)) {
+        while (!PostWindowMessage(pump, kSequence, static_cast<std::uintptr_t>(i), 0)) {
             std::this_thread::yield();
         }
     }
-    EXPECT_EQ(pump.Finish(), 1000);
-    EXPECT_EQ(g_wrongThread.load(), 0);
-}
-
-TEST(MessageWindow, SendRunsTheProcedureOnTheOwnerThreadOrDirectlyOnItsOwn) {
-    ResetCounters();
-    PumpThread pump(L"adder");
-    EXPECT_EQ(SendWindowMessage(pump.Window(), kAdd, 40, 2), 42);
-    EXPECT_EQ(SendWindowMessage(pump.Window(), kAdd, 7, -10), -3);
-
-    EXPECT_EQ(g_wrongThread.load(), 0);
-
+    EXPECT_EQ(SendWindowMessage(pump, kAdd, 40, 2), 42);
+    EXPECT_EQ(SendWindowMessage(pump, kAdd, 7, -10), -3);
     // A window of the calling thread is called directly, without a pump.
     const int self = kiv::test::CurrentThreadId();
     const HWND mine = CreateMessageWindow(L"mine", L"", Procedure);
     EXPECT_EQ(SendWindowMessage(mine, kAdd, 1, 2), 3);
     // A send whose procedure sends back to the waiting thread completes, the
     // inner send running here while this thread waits.
-    g_lastAddTid.store(0);
-    EXPECT_EQ(SendWindowMessage(pump.Window(), kNested, 10, WindowValue(mine)), 12);
-    EXPECT_EQ(g_lastAddTid.load(), self);
+    g_log.lastAddThread = 0;
+    EXPECT_EQ(SendWindowMessage(pump, kNested, 10, WindowValue(mine)), 12);
+    EXPECT_EQ(g_log.lastAddThread.load(), self);
     EXPECT_TRUE(DestroyMessageWindow(mine));
+    while (!PostWindowMessage(pump, kFinish, 0, 0)) {
+        std::this_thread::yield();  // the queue is full for a moment
+    }
+    owner.join();
+    EXPECT_EQ(exitCode, 1000) << "the quit comes after every earlier post";
+    // Only the two runs for this thread's own window ran on another thread.
+    EXPECT_EQ(g_log.wrongThread.load(), 2);
 }
 
-TEST(MessageWindow, AFullQueueRefusesThePostAndKeepsEveryEarlierMessage) {
-    ResetCounters();
+TEST(MessageWindow, AFullQueueRefusesThePostKeepingEveryEarlierOneAndDestroyingEndsAWaitingSend) {
+    ResetLog(kiv::test::CurrentThreadId());
     const HWND window = CreateMessageWindow(L"full", L"", Procedure);
     int accepted = 0;
     while (PostWindowMessage(window, kSequence, static_cast<std::uintptr_t>(accepted), 0)) {
@@ -131,36 +69,43 @@ TEST(MessageWindow, AFullQueueRefusesThePostAndKeepsEveryEarlierMessage) {
     }
     EXPECT_EQ(accepted, kPostedQueueLength);
     EXPECT_FALSE(PumpWindowMessages(0));  // runs what is queued, then times out
-    EXPECT_EQ(g_inOrder.load(), kPostedQueueLength);
+    EXPECT_EQ(g_log.inOrder.load(), kPostedQueueLength);
     EXPECT_TRUE(PostWindowMessage(window, kSequence, 0, 0));
     WindowMessage m;
     EXPECT_EQ(GetWindowMessage(&m, 0), 1);
     EXPECT_EQ(GetWindowMessage(&m, 0), -1);
-    DestroyMessageWindow(window);
-}
 
-std::atomic<int> g_runs{0};
-
-std::intptr_t Count(HWND, unsigned int, std::uintptr_t wParam, std::intptr_t) {
-    g_runs.fetch_add(1);
-    return static_cast<std::intptr_t>(wParam) + 1;
+    // Destroying the window ends a send that waits for it and drops what was
+    // posted to it.
+    kiv::test::BlockedThreads sender(
+        [&] { return static_cast<int>(SendWindowMessage(window, kAdd, 1, 1)); });
+    ASSERT_TRUE(sender.AllAsleep());
+    ASSERT_TRUE(PostWindowMessage(window, kSequence, kPostedQueueLength, 0));
+    EXPECT_TRUE(DestroyMessageWindow(window));
+    EXPECT_EQ(sender.AwaitDone(1), 1);
+    EXPECT_EQ(sender.Sum(), 0);
+    EXPECT_FALSE(PostWindowMessage(window, kSequence, 0, 0));
+    EXPECT_EQ(SendWindowMessage(window, kAdd, 1, 1), 0);
+    EXPECT_FALSE(DestroyMessageWindow(window));
+    EXPECT_EQ(GetWindowMessage(&m, 0), -1);
+    EXPECT_EQ(g_log.inOrder.load(), kPostedQueueLength);
 }
 
 TEST(MessageWindow, MoreSendersThanAQueueHoldsAllWaitForRoomAndRun) {
     // More senders than one queue holds, at a window whose owner does not
     // look at its queue until they have all started: the late ones wait.
     constexpr int kSenders = 150;
-    g_runs.store(0);
+    ResetLog(0);
     std::promise<HWND> created;
     std::promise<void> go;
     std::shared_future<void> started = go.get_future().share();
     std::thread owner([&] {
-        const HWND window = CreateMessageWindow(L"busy", L"", Count);
+        const HWND window = CreateMessageWindow(L"busy", L"", Procedure);
         created.set_value(window);
         started.wait();
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
         // Bounded, so that lost sends end the test instead of hanging it.
-        for (int round = 0; round < 1500 && g_runs.load() < kSenders; ++round) {
+        for (int round = 0; round < 1500 && g_log.adds.load() < kSenders; ++round) {
             WindowMessage m;
             GetWindowMessage(&m, 20);
         }
@@ -173,7 +118,7 @@ TEST(MessageWindow, MoreSendersThanAQueueHoldsAllWaitForRoomAndRun) {
     for (int i = 0; i < kSenders; ++i) {
         senders.emplace_back([&, i] {
             std::intptr_t result = 0;
-            if (SendWindowMessageChecked(window, kAdd, static_cast<std::uintptr_t>(i), 0,
+            if (SendWindowMessageChecked(window, kAdd, static_cast<std::uintptr_t>(i), 1,
                                          &result) != SendOutcome::Ran ||
                 result != i + 1) {
                 wrong.fetch_add(1);
@@ -186,29 +131,11 @@ TEST(MessageWindow, MoreSendersThanAQueueHoldsAllWaitForRoomAndRun) {
     }
     owner.join();
     EXPECT_EQ(wrong.load(), 0);
-    EXPECT_EQ(g_runs.load(), kSenders);
-}
-
-TEST(MessageWindow, DestroyingAWindowEndsASendThatWaitsForIt) {
-    ResetCounters();
-    const HWND window = CreateMessageWindow(L"doomed", L"", Procedure);
-    kiv::test::BlockedThreads sender(
-        [&] { return static_cast<int>(SendWindowMessage(window, kAdd, 1, 1)); });
-    ASSERT_TRUE(sender.AllAsleep());
-    ASSERT_TRUE(PostWindowMessage(window, kSequence, 0, 0));
-    EXPECT_TRUE(DestroyMessageWindow(window));
-    EXPECT_EQ(sender.AwaitDone(1), 1);
-    EXPECT_EQ(sender.Sum(), 0);
-    EXPECT_FALSE(PostWindowMessage(window, kSequence, 0, 0));
-    EXPECT_EQ(SendWindowMessage(window, kAdd, 1, 1), 0);
-    EXPECT_FALSE(DestroyMessageWindow(window));
-    WindowMessage m;
-    EXPECT_EQ(GetWindowMessage(&m, 0), -1);  // what was posted to it is dropped
-    EXPECT_EQ(g_inOrder.load(), 0);
+    EXPECT_EQ(g_log.adds.load(), kSenders);
 }
 
 TEST(MessageWindow, WindowsAreFoundByClassAndTitleAndEndWithTheirThread) {
-    ResetCounters();
+    ResetLog(kiv::test::CurrentThreadId());
     const HWND a = CreateMessageWindow(L"class one", L"title one", Procedure);
     const HWND b = CreateMessageWindow(L"class one", L"title two", Procedure);
     const HWND c = CreateMessageWindow(L"class two", L"title one", Procedure);

@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "platform/WaitableDiagnostics.h"
@@ -33,6 +35,25 @@ struct Waiters : kiv::test::BlockedThreads {
         : BlockedThreads(count, [&object] { return WaitFor(object, kLong) == 0 ? 1 : 0; }) {}
 };
 
+// Starts `count` waiters on `object`, calls `wake` once they all sleep, and
+// returns how many of them the wake released (-1 if one never slept).
+int Released(const Waitable& object, int count, const std::function<void()>& wake) {
+    Waiters waiters(object, count);
+    if (!waiters.AllAsleep()) {
+        return -1;
+    }
+    wake();
+    waiters.Join();
+    return waiters.Sum();
+}
+
+// The named-object table's census: objects, processes, records, agreement.
+std::tuple<int, int, int, bool> Census() {
+    kiv::platform::NamedObjectCensus c;
+    EXPECT_TRUE(kiv::platform::TakeNamedObjectCensus(&c));
+    return {c.objects, c.processes, c.records, c.consistent};
+}
+
 TEST(Event, AutomaticEventReleasesOneWaiterPerSetOrPulseAndStaysSignalledUntilAWait) {
     Event event = Event::Create(EventReset::Automatic, false);
     {
@@ -50,14 +71,12 @@ TEST(Event, AutomaticEventReleasesOneWaiterPerSetOrPulseAndStaysSignalledUntilAW
         waiters.Join();
         EXPECT_EQ(waiters.Sum(), 3);
     }
-    {
-        Waiters waiters(event, 1);
-        ASSERT_TRUE(waiters.AllAsleep());
-        event.Set();
-        event.Set();  // releases nobody: leaves the event signalled
-        waiters.Join();
-        EXPECT_EQ(waiters.Sum(), 1);
-    }
+    EXPECT_EQ(Released(event, 1,
+                       [&] {
+                           event.Set();
+                           event.Set();  // releases nobody: leaves the event signalled
+                       }),
+              1);
     EXPECT_EQ(WaitFor(event, 0), 0);
     EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
     Event initially = Event::Create(EventReset::Automatic, true);
@@ -71,31 +90,19 @@ TEST(Event, AutomaticEventReleasesOneWaiterPerSetOrPulseAndStaysSignalledUntilAW
 
 TEST(Event, ManualEventReleasesEveryWaiterAndStaysSignalledUntilResetWhileAPulseLeavesItReset) {
     Event event = Event::Create(EventReset::Manual, false);
-    {
-        Waiters waiters(event, 3);
-        ASSERT_TRUE(waiters.AllAsleep());
-        event.Set();
-        waiters.Join();
-        EXPECT_EQ(waiters.Sum(), 3);
-    }
+    EXPECT_EQ(Released(event, 3, [&] { event.Set(); }), 3);
     EXPECT_EQ(WaitFor(event, 0), 0);
     EXPECT_EQ(WaitFor(event, 0), 0);
     event.Reset();
     EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
-    {
-        Waiters waiters(event, 2);
-        ASSERT_TRUE(waiters.AllAsleep());
-        event.Pulse();
-        waiters.Join();
-        EXPECT_EQ(waiters.Sum(), 2);
-    }
+    EXPECT_EQ(Released(event, 2, [&] { event.Pulse(); }), 2);
     EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
     event.Set();
     event.Pulse();  // without waiters it leaves nothing behind
     EXPECT_EQ(WaitFor(event, 0), kWaitTimeout);
 }
 
-TEST(Semaphore, CreationChecksTheCountsAndAReleasePastTheMaximumIsRefused) {
+TEST(Semaphore, CreationChecksTheCountsAReleasePastTheMaximumIsRefusedAndOfNWakesN) {
     EXPECT_FALSE(Semaphore::Create(2, 1).IsValid());
     EXPECT_FALSE(Semaphore::Create(-1, 1).IsValid());
     Semaphore empty = Semaphore::Create(0, 0);  // never holds a unit
@@ -117,10 +124,8 @@ TEST(Semaphore, CreationChecksTheCountsAndAReleasePastTheMaximumIsRefused) {
     EXPECT_EQ(WaitFor(sem, 0), kWaitTimeout);
     EXPECT_TRUE(sem.Release(3, &previous));
     EXPECT_EQ(previous, 0);
-}
 
-TEST(Semaphore, AReleaseOfNWakesNWaiters) {
-    Semaphore sem = Semaphore::Create(0, 10);
+    sem = Semaphore::Create(0, 10);  // a release of n wakes n waiters
     Waiters waiters(sem, 3);
     ASSERT_TRUE(waiters.AllAsleep());
     sem.Release(2);
@@ -131,7 +136,7 @@ TEST(Semaphore, AReleaseOfNWakesNWaiters) {
     EXPECT_EQ(waiters.Sum(), 3);
 }
 
-TEST(WaitForAny, ReturnsTheLowestSignalledIndexConsumesOnlyThatObjectAndTimesOut) {
+TEST(WaitForAny, ReturnsTheLowestSignalledIndexConsumesOnlyThatObjectTimesOutAndFailsOnBadInput) {
     Event a = Event::Create(EventReset::Automatic, false);
     Semaphore b = Semaphore::Create(1, 1);
     Event c = Event::Create(EventReset::Automatic, true);
@@ -139,15 +144,21 @@ TEST(WaitForAny, ReturnsTheLowestSignalledIndexConsumesOnlyThatObjectAndTimesOut
     EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), 2);
     EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), kWaitTimeout);
     EXPECT_EQ(WaitForAny({&a, &b, &c}, 20), kWaitTimeout);
+    // Invalid handles and bad counts fail.
+    Event invalid;
+    EXPECT_EQ(WaitFor(invalid, 0), kWaitFailed);
+    EXPECT_EQ(WaitForAny({&b, &invalid}, 0), kWaitFailed);
+    EXPECT_EQ(WaitForAny(std::span<const Waitable* const>(), 0), kWaitFailed);
+    std::vector<const Waitable*> tooMany(kiv::platform::kMaxWaitObjects + 1, &c);
+    EXPECT_EQ(WaitForAny(tooMany, 0), kWaitFailed);
+    EXPECT_FALSE(invalid.Set());
 }
 
 TEST(WaitForAny, WakesForTheObjectSignalledByAnotherThread) {
-    std::vector<Event> events;
+    std::vector<Event> events(kiv::platform::kMaxWaitObjects);
     std::vector<const Waitable*> list;
-    for (int i = 0; i < kiv::platform::kMaxWaitObjects; ++i) {
-        events.push_back(Event::Create(EventReset::Automatic, false));
-    }
-    for (const Event& e : events) {
+    for (Event& e : events) {
+        e = Event::Create(EventReset::Automatic, false);
         list.push_back(&e);
     }
     kiv::test::BlockedThreads waiter([&] { return WaitForAny(list, kLong); });
@@ -158,24 +169,13 @@ TEST(WaitForAny, WakesForTheObjectSignalledByAnotherThread) {
     EXPECT_EQ(WaitFor(events[41], 0), kWaitTimeout);
 }
 
-TEST(WaitForAny, FailsOnInvalidHandlesAndBadCounts) {
-    Event valid = Event::Create(EventReset::Manual, true);
-    Event invalid;
-    EXPECT_EQ(WaitFor(invalid, 0), kWaitFailed);
-    EXPECT_EQ(WaitForAny({&valid, &invalid}, 0), kWaitFailed);
-    EXPECT_EQ(WaitForAny(std::span<const Waitable* const>(), 0), kWaitFailed);
-    std::vector<const Waitable*> tooMany(kiv::platform::kMaxWaitObjects + 1, &valid);
-    EXPECT_EQ(WaitForAny(tooMany, 0), kWaitFailed);
-    EXPECT_FALSE(invalid.Set());
-}
-
 TEST(TickCount, MovesForward) {
     const std::uint32_t first = kiv::platform::TickCount();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_NE(kiv::platform::TickCount(), first);
 }
 
-TEST(NamedObjects, CreateAnswersWhetherTheObjectExistedAndIgnoresParametersThen) {
+TEST(NamedObjects, CreateAnswersWhetherItExistedIgnoresParametersThenAndNamesAreExactAndBounded) {
     bool existed = true;
     Event first = Event::Create(L"KIV_TEST_EVENT", EventReset::Manual, false, &existed);
     ASSERT_TRUE(first.IsValid());
@@ -195,14 +195,12 @@ TEST(NamedObjects, CreateAnswersWhetherTheObjectExistedAndIgnoresParametersThen)
     EXPECT_FALSE(existed);
     EXPECT_EQ(WaitFor(a, 0), 0);
     EXPECT_EQ(WaitFor(b, 0), kWaitTimeout);
-}
-
-TEST(NamedObjects, NamesAreExactBoundedAndNotSharedByAnEventAndASemaphore) {
+    // Names are exact, bounded and not shared by an event and a semaphore.
     Event lower = Event::Create(L"gps fix ü", EventReset::Manual, true);
     EXPECT_FALSE(Event::Open(L"GPS FIX ü").IsValid());
     EXPECT_EQ(WaitFor(Event::Open(L"gps fix ü"), 0), 0);
     EXPECT_FALSE(Event::Open(L"no such name").IsValid());
-    bool existed = false;
+    existed = false;
     EXPECT_FALSE(Semaphore::Create(L"gps fix ü", 0, 1, &existed).IsValid());
     EXPECT_TRUE(existed);
     EXPECT_FALSE(Semaphore::Open(L"gps fix ü").IsValid());
@@ -211,7 +209,7 @@ TEST(NamedObjects, NamesAreExactBoundedAndNotSharedByAnEventAndASemaphore) {
     EXPECT_FALSE(Event::Create(longest + L"x", EventReset::Manual, false).IsValid());
 }
 
-TEST(NamedObjects, TheLastCloseDestroysTheObjectAndItsSignal) {
+TEST(NamedObjects, TheLastCloseDestroysTheObjectAndItsSignalAndManyHandlesShareOneRecord) {
     Semaphore sem = Semaphore::Create(L"units", 2, 5);
     Semaphore again = Semaphore::Open(L"units");
     ASSERT_TRUE(again.IsValid());
@@ -224,6 +222,17 @@ TEST(NamedObjects, TheLastCloseDestroysTheObjectAndItsSignal) {
     Semaphore fresh = Semaphore::Create(L"units", 0, 5, &existed);
     EXPECT_FALSE(existed);
     EXPECT_EQ(WaitFor(fresh, 0), kWaitTimeout);
+    fresh.Close();
+
+    // Many handles of one process share one record, and go with the last.
+    std::vector<Event> handles;
+    for (int i = 0; i < 5000; ++i) {
+        handles.push_back(Event::Create(L"opened often", EventReset::Automatic, false));
+        ASSERT_TRUE(handles.back().IsValid());
+    }
+    EXPECT_EQ(Census(), std::make_tuple(1, 1, 1, true));
+    handles.clear();
+    EXPECT_EQ(Census(), std::make_tuple(0, 0, 0, true));
 }
 
 TEST(NamedObjects, EachNamespaceHasItsOwnObjects) {
@@ -239,24 +248,6 @@ TEST(NamedObjects, EachNamespaceHasItsOwnObjects) {
     EXPECT_EQ(WaitFor(here, 0), 0);
 }
 
-TEST(NamedObjects, ManyHandlesOfOneProcessShareOneRecord) {
-    std::vector<Event> handles;
-    for (int i = 0; i < 5000; ++i) {
-        handles.push_back(Event::Create(L"opened often", EventReset::Automatic, false));
-        ASSERT_TRUE(handles.back().IsValid());
-    }
-    kiv::platform::NamedObjectCensus census;
-    ASSERT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
-    EXPECT_EQ(census.objects, 1);
-    EXPECT_EQ(census.records, 1);
-    EXPECT_TRUE(census.consistent);
-    handles.clear();
-    ASSERT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
-    EXPECT_EQ(census.objects, 0);
-    EXPECT_EQ(census.processes, 0);
-    EXPECT_TRUE(census.consistent);
-}
-
 TEST(EventSignaller, ReachesTheEventOnlyWhileAHandleHoldsItAndFollowsItsSuccessors) {
     EventSignaller signaller(L"KIV_GPS_EVENT_FIX");
     EXPECT_FALSE(signaller.Set());  // nobody holds it: the signal is lost
@@ -268,13 +259,7 @@ TEST(EventSignaller, ReachesTheEventOnlyWhileAHandleHoldsItAndFollowsItsSuccesso
     EXPECT_TRUE(signaller.Set());  // an automatic event keeps one signal
     EXPECT_EQ(WaitFor(first, 0), 0);
     EXPECT_EQ(WaitFor(first, 0), kWaitTimeout);
-    {
-        Waiters one(first, 1);
-        ASSERT_TRUE(one.AllAsleep());
-        EXPECT_TRUE(signaller.Set());
-        EXPECT_EQ(one.AwaitDone(1), 1);
-        EXPECT_EQ(one.Sum(), 1);
-    }
+    EXPECT_EQ(Released(first, 1, [&] { EXPECT_TRUE(signaller.Set()); }), 1);
     // The signal of an event nobody holds does not outlive it.
     EXPECT_TRUE(signaller.Set());
     first.Close();
@@ -293,11 +278,7 @@ TEST(EventSignaller, ReachesTheEventOnlyWhileAHandleHoldsItAndFollowsItsSuccesso
     Semaphore named = Semaphore::Create(L"KIV_GPS_EVENT_FIX", 0, 5);
     EXPECT_FALSE(signaller.Set());
     EXPECT_EQ(WaitFor(named, 0), kWaitTimeout);
-    kiv::platform::NamedObjectCensus census;
-    ASSERT_TRUE(kiv::platform::TakeNamedObjectCensus(&census));
-    EXPECT_EQ(census.records, 2) << "the signaller holds no handle";
-    EXPECT_EQ(census.objects, 2);
-    EXPECT_TRUE(census.consistent);
+    EXPECT_EQ(Census(), std::make_tuple(2, 1, 2, true)) << "the signaller holds no handle";
 }
 
 }  // namespace

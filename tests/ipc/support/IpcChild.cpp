@@ -1,57 +1,44 @@
-// The other process of the IPC tests. Commands:
-//   server <name> <file>   registers server <name> with the commands "store"
-//                          (appends a flag byte, 1 for a payload and 0 for none,
-//                          and the 1,024 payload bytes to <file>), "raise" (raises
-//                          the event "news" with the payload it got) and "quit",
-//                          and the event "news"; adds the command "late" after
-//                          registering; pumps until "quit", unregisters, exits 0
-//   hold-lock              takes the directory lock and sleeps until killed
-//   hold-window-lock       owns a window, takes the window table's lock and
-//                          sleeps until killed
-//   take-event             takes the directory lock's named event by a wait
-//                          of its own and sleeps until killed
-//   list                   lists the directory once and exits 0
-//   churn <name> <target>  over and over: registers server <name> with a
-//                          command and an event, lists, holds a data slot,
-//                          opens and sets a named event, sends "store" to
-//                          server <target>, unregisters; ready after the
-//                          first round; runs until killed
-//   hold-slot              puts a payload into a data slot and sleeps until
-//                          killed
-//   listen <server> <event>
-//                          subscribes to the event and pumps until killed
+// The other process of the IPC tests. "Until killed": reports readiness,
+// then sleeps or loops until the test kills it. Commands:
+//   server <name> <file>   registers <name> with the event "news" and the
+//                          commands "store" (appends a flag byte, 1 for a
+//                          payload and 0 for none, and the 1,024 payload bytes
+//                          to <file>), "raise" (raises "news" with its payload)
+//                          and "quit"; adds "late" after registering; pumps
+//                          until "quit", unregisters, exits 0
+//   hold-lock | hold-window-lock | hold-slot | take-event
+//                          holds the directory lock, the window table's lock,
+//                          a data slot, or the directory lock's named event
+//                          (taken by a wait) until killed
+//   churn <name> <target>  registers, lists, holds a slot, sets a named event,
+//                          sends "store" to <target>, unregisters; until killed
+//   listen <server> <event> subscribes and pumps until killed
 //   call <server> <command> <text>
-//                          ready once the server was found, then sends the
-//                          command with <text> and its terminator; exits 0
-//                          when it ran, 3 when it was not delivered, else 1
-//   calls <server> <tag> <file>
-//                          sends "store" with "<tag>-<n>" for n = 0, 1, ...
-//                          and appends each text whose send returned 0 to
-//                          <file>, one a line, every 2 ms; ready after the
-//                          first; runs until killed
-//   registry <tag> <file>  writes the DWORD value "<tag>-<n>" = n under
-//                          HKCU\Campaign for n = 0, 1, ... and appends
-//                          "<tag>-<n>" to <file> after each committed write,
-//                          every 2 ms; ready after the first; runs until
-//                          killed
+//                          ready once the server was found; sends <text> and
+//                          its terminator; exits 0 if it ran, 3 if it was not
+//                          delivered, else 1
+//   calls | registry ...   every 2 ms sends "store" with "<tag>-<n>" to
+//                          <server> (calls <server> <tag> <file>), or writes
+//                          the DWORD "<tag>-<n>" = n under HKCU\Campaign
+//                          (registry <tag> <file>), and appends "<tag>-<n>" to
+//                          <file> once that succeeded; until killed
 //   fresh <server> <text>  what a process started after a kill does: lists
-//                          the directory (exits 5 if a listed server's
-//                          process is gone), sends "store" with <text> to
-//                          <server> (6 unless it ran), writes and reads back
-//                          a registry value (7 unless both succeeded); 0
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstring>
-#include <string>
-#include <vector>
-
+//                          (5 if a listed server's process is gone), sends
+//                          "store" with <text> (6 unless it ran), writes and
+//                          reads back a registry value (7 unless both did); 0
 #include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <kiv/ipc/MIpc.h>
 #include <kiv/ipc/MessageWindow.h>
 #include <kiv/system/MRegistry.h>
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "ipc/IpcDirectory.h"
 #include "platform/MessageWindow.h"
@@ -61,9 +48,18 @@
 namespace {
 
 using namespace kiv::ipc;
+using kiv::ipc::detail::IpcDirectory;
 
 std::string g_file;
 MIpcServer* g_server = nullptr;
+
+std::wstring Wide(const char* s) {
+    return std::wstring(s, s + std::strlen(s));
+}
+
+unsigned Size(const char* text) {
+    return static_cast<unsigned>(std::strlen(text) + 1);
+}
 
 int Store(void* payload) {
     std::FILE* f = std::fopen(g_file.c_str(), "ab");
@@ -81,8 +77,7 @@ int Store(void* payload) {
 
 int Raise(void* payload) {
     const char* text = static_cast<const char*>(payload);
-    g_server->SetEvent(L"news", text,
-                       text == nullptr ? 0 : static_cast<unsigned>(std::strlen(text)));
+    g_server->SetEvent(L"news", text, text == nullptr ? 0 : Size(text) - 1);
     return 0;
 }
 
@@ -95,12 +90,22 @@ int Quit(void*) {
     return 0;
 }
 
+// Reports readiness and sleeps until killed if `held`, else exits 4.
+int HoldUntilKilled(bool held) {
+    if (!held) {
+        return 4;
+    }
+    kiv::test::ReportReady();
+    for (;;) {
+        pause();
+    }
+}
+
 int Serve(const char* name, const char* file) {
     g_file = file;
-    const std::wstring wide(name, name + std::strlen(name));
     MIpcServer server;
     g_server = &server;
-    server.SetServerName(wide.c_str());
+    server.SetServerName(Wide(name).c_str());
     server.AddCommand(L"store", Store, L"stores the payload");
     server.AddCommand(L"raise", Raise, L"raises news with the payload");
     server.AddCommand(L"quit", Quit, nullptr);
@@ -112,36 +117,30 @@ int Serve(const char* name, const char* file) {
     server.AddCommand(L"late", Late, nullptr);  // not seen by clients
     kiv::test::ReportReady();
     PumpWindowMessages(-1);
-    ipc.UnregisterMyService(wide.c_str());
+    ipc.UnregisterMyService(Wide(name).c_str());
     return 0;
 }
 
-int Churn(const char* name, const char* target) {
+[[noreturn]] void Churn(const char* name, const char* target) {
     using namespace kiv::platform;
-    const std::wstring wide(name, name + std::strlen(name));
-    const std::wstring targetName(target, target + std::strlen(target));
-    kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
-    if (directory == nullptr) {
-        return 4;
-    }
     MIpc ipc;
     for (bool first = true;; first = false) {
         MIpcServer server;
-        server.SetServerName(wide.c_str());
+        server.SetServerName(Wide(name).c_str());
         server.AddCommand(L"late", Late, nullptr);
         server.AddEvent(L"news", nullptr);
         ipc.RegisterMyService(server);
         std::vector<MIpcService> list;
         ipc.GetServiceList(list);
-        directory->ReleaseData(directory->PutData("churn", 6));
+        IpcDirectory::Current()->ReleaseData(IpcDirectory::Current()->PutData("churn", 6));
         Event event = Event::Create(L"campaign", EventReset::Automatic, false);
         event.Set();
         WaitFor(event, 0);
         MIpcService service;
-        if (ipc.GetService(targetName.c_str(), service) == 0) {
+        if (ipc.GetService(Wide(target).c_str(), service) == 0) {
             service.SendCommand(L"store", "c", 2, 0);
         }
-        ipc.UnregisterMyService(wide.c_str());
+        ipc.UnregisterMyService(Wide(name).c_str());
         if (first) {
             kiv::test::ReportReady();
         }
@@ -150,10 +149,8 @@ int Churn(const char* name, const char* target) {
 
 int Listen(const char* server, const char* event) {
     MIpcService service;
-    const std::wstring name(server, server + std::strlen(server));
-    const std::wstring wideEvent(event, event + std::strlen(event));
-    if (MIpc().GetService(name.c_str(), service) != 0 ||
-        service.SubscribeEvent(wideEvent.c_str(), Late) < 1) {
+    if (MIpc().GetService(Wide(server).c_str(), service) != 0 ||
+        service.SubscribeEvent(Wide(event).c_str(), Late) < 1) {
         return 4;
     }
     kiv::test::ReportReady();
@@ -164,42 +161,12 @@ int Listen(const char* server, const char* event) {
 
 int Call(const char* server, const char* command, const char* text) {
     MIpcService service;
-    const std::wstring name(server, server + std::strlen(server));
-    const std::wstring wideCommand(command, command + std::strlen(command));
-    if (MIpc().GetService(name.c_str(), service) != 0) {
+    if (MIpc().GetService(Wide(server).c_str(), service) != 0) {
         return 4;
     }
     kiv::test::ReportReady();
-    const unsigned rc = service.SendCommand(wideCommand.c_str(), text,
-                                            static_cast<unsigned>(std::strlen(text) + 1), 0);
+    const unsigned rc = service.SendCommand(Wide(command).c_str(), text, Size(text), 0);
     return rc == 0 ? 0 : rc == IPC_NOT_DELIVERED ? 3 : 1;
-}
-
-// Appends one line to `file` with a single write: a process killed at any
-// moment leaves whole lines only.
-void AppendLine(int fd, const std::string& line) {
-    const std::string text = line + "\n";
-    (void)!write(fd, text.data(), text.size());
-}
-
-int Calls(const char* server, const char* tag, const char* file) {
-    const int fd = open(file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    MIpcService service;
-    const std::wstring name(server, server + std::strlen(server));
-    if (fd < 0 || MIpc().GetService(name.c_str(), service) != 0) {
-        return 4;
-    }
-    for (unsigned n = 0;; ++n) {
-        const std::string text = std::string(tag) + "-" + std::to_string(n);
-        if (service.SendCommand(L"store", text.c_str(), static_cast<unsigned>(text.size() + 1),
-                                0) == 0) {
-            AppendLine(fd, text);
-        }
-        if (n == 0) {
-            kiv::test::ReportReady();
-        }
-        usleep(2000);  // leaves the machine to the others
-    }
 }
 
 kiv::system::MRegistry CampaignKey() {
@@ -208,45 +175,59 @@ kiv::system::MRegistry CampaignKey() {
     return key;
 }
 
-int Registry(const char* tag, const char* file) {
+// Every 2 ms (leaving the machine to the others) does `step` for
+// "<tag>-<n>", n = 0, 1, ..., and appends each line whose step succeeded to
+// `file` with a single write, so that a kill leaves whole lines only. Ready
+// after the first step.
+[[noreturn]] void EveryTwoMs(const char* tag, const char* file,
+                             const std::function<bool(unsigned, const std::string&)>& step) {
     const int fd = open(file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        return 4;
-    }
-    kiv::system::MRegistry key = CampaignKey();
     for (unsigned n = 0;; ++n) {
-        const std::string name = std::string(tag) + "-" + std::to_string(n);
-        const std::wstring wide(name.begin(), name.end());
-        if (key.SetValue(n, wide.c_str()) == 0) {
-            AppendLine(fd, name);
+        const std::string text = std::string(tag) + "-" + std::to_string(n);
+        const std::string line = text + "\n";
+        if (step(n, text)) {
+            (void)!write(fd, line.data(), line.size());
         }
         if (n == 0) {
             kiv::test::ReportReady();
         }
-        usleep(2000);  // leaves the machine to the others
+        usleep(2000);
     }
 }
 
+int Calls(const char* server, const char* tag, const char* file) {
+    MIpcService service;
+    if (MIpc().GetService(Wide(server).c_str(), service) != 0) {
+        return 4;
+    }
+    EveryTwoMs(tag, file, [&](unsigned, const std::string& text) {
+        return service.SendCommand(L"store", text.c_str(), Size(text.c_str()), 0) == 0;
+    });
+}
+
+int Registry(const char* tag, const char* file) {
+    kiv::system::MRegistry key = CampaignKey();
+    EveryTwoMs(tag, file, [&](unsigned n, const std::string& text) {
+        return key.SetValue(n, Wide(text.c_str()).c_str()) == 0;
+    });
+}
+
 int Fresh(const char* server, const char* text) {
+    using namespace kiv::ipc::detail;
     std::vector<MIpcService> list;
     MIpc ipc;
     ipc.GetServiceList(list);
     for (MIpcService& service : list) {
-        kiv::ipc::detail::Record copy{};
-        kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
+        Record copy{};
         const std::wstring name = service.GetServiceName();
-        if (directory != nullptr &&
-            directory->LookUp(std::u16string(name.begin(), name.end()), copy) >= 0 &&
-            kill(static_cast<pid_t>(
-                     kiv::ipc::detail::Bytes(copy).U32(kiv::ipc::detail::kProcessIdAt)),
-                 0) != 0) {
+        if (IpcDirectory::Current()->LookUp(std::u16string(name.begin(), name.end()), copy) >= 0 &&
+            kill(static_cast<pid_t>(Bytes(copy).U32(kProcessIdAt)), 0) != 0) {
             return 5;
         }
     }
     MIpcService service;
-    const std::wstring name(server, server + std::strlen(server));
-    if (ipc.GetService(name.c_str(), service) != 0 ||
-        service.SendCommand(L"store", text, static_cast<unsigned>(std::strlen(text) + 1), 0) != 0) {
+    if (ipc.GetService(Wide(server).c_str(), service) != 0 ||
+        service.SendCommand(L"store", text, Size(text), 0) != 0) {
         return 6;
     }
     kiv::system::MRegistry key = CampaignKey();
@@ -260,77 +241,53 @@ int Fresh(const char* server, const char* text) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc >= 4 && std::strcmp(argv[1], "server") == 0) {
+    using namespace kiv::platform;
+    const std::string command = argc >= 2 ? argv[1] : "";
+    IpcDirectory* directory = IpcDirectory::Current();
+    if (directory == nullptr) {
+        return 4;
+    }
+    if (command == "hold-lock") {
+        directory->LockDirectoryForever();
+        return HoldUntilKilled(true);
+    }
+    if (command == "hold-window-lock") {
+        const auto ignore = [](HWND, unsigned, std::uintptr_t, std::intptr_t) -> std::intptr_t {
+            return 0;
+        };
+        return HoldUntilKilled(CreateMessageWindow(L"victim", L"", ignore) != nullptr &&
+                               HoldWindowTableLockForever());
+    }
+    if (command == "take-event") {
+        Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
+        return HoldUntilKilled(event.IsValid() && WaitFor(event, kInfinite) == 0);
+    }
+    if (command == "hold-slot") {
+        return HoldUntilKilled(directory->PutData("mine", 5) != 0);
+    }
+    if (argc < 4) {
+        return 2;
+    }
+    if (command == "server") {
         return Serve(argv[2], argv[3]);
     }
-    if (argc >= 2 && std::strcmp(argv[1], "hold-lock") == 0) {
-        kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
-        if (directory == nullptr) {
-            return 4;
-        }
-        directory->LockDirectoryForever();
-        kiv::test::ReportReady();
-        for (;;) {
-            pause();
-        }
+    if (command == "churn") {
+        Churn(argv[2], argv[3]);
     }
-    if (argc >= 2 && std::strcmp(argv[1], "hold-window-lock") == 0) {
-        // Owns a window first, as a process of the campaign would.
-        if (CreateMessageWindow(L"victim", L"",
-                                [](HWND, unsigned, std::uintptr_t, std::intptr_t) -> std::intptr_t {
-                                    return 0;
-                                }) == nullptr ||
-            !kiv::platform::HoldWindowTableLockForever()) {
-            return 4;
-        }
-        kiv::test::ReportReady();
-        for (;;) {
-            pause();
-        }
-    }
-    if (argc >= 2 && std::strcmp(argv[1], "take-event") == 0) {
-        using namespace kiv::platform;
-        Event event = Event::Create(L"KIV_IPC_MUTEX_EVENT", EventReset::Automatic, true);
-        if (!event.IsValid() || WaitFor(event, kInfinite) != 0) {
-            return 4;
-        }
-        kiv::test::ReportReady();
-        for (;;) {
-            pause();
-        }
-    }
-    if (argc >= 2 && std::strcmp(argv[1], "hold-slot") == 0) {
-        kiv::ipc::detail::IpcDirectory* directory = kiv::ipc::detail::IpcDirectory::Current();
-        if (directory == nullptr || directory->PutData("mine", 5) == 0) {
-            return 4;
-        }
-        kiv::test::ReportReady();
-        for (;;) {
-            pause();
-        }
-    }
-    if (argc >= 4 && std::strcmp(argv[1], "churn") == 0) {
-        return Churn(argv[2], argv[3]);
-    }
-    if (argc >= 4 && std::strcmp(argv[1], "listen") == 0) {
+    if (command == "listen") {
         return Listen(argv[2], argv[3]);
     }
-    if (argc >= 5 && std::strcmp(argv[1], "call") == 0) {
-        return Call(argv[2], argv[3], argv[4]);
-    }
-    if (argc >= 5 && std::strcmp(argv[1], "calls") == 0) {
-        return Calls(argv[2], argv[3], argv[4]);
-    }
-    if (argc >= 4 && std::strcmp(argv[1], "registry") == 0) {
+    if (command == "registry") {
         return Registry(argv[2], argv[3]);
     }
-    if (argc >= 4 && std::strcmp(argv[1], "fresh") == 0) {
+    if (command == "fresh") {
         return Fresh(argv[2], argv[3]);
     }
-    if (argc >= 2 && std::strcmp(argv[1], "list") == 0) {
-        std::vector<MIpcService> list;
-        MIpc().GetServiceList(list);
-        return 0;
+    if (argc >= 5 && command == "call") {
+        return Call(argv[2], argv[3], argv[4]);
+    }
+    if (argc >= 5 && command == "calls") {
+        return Calls(argv[2], argv[3], argv[4]);
     }
     return 2;
 }

@@ -44,18 +44,12 @@ std::vector<Event> CreateSetEvents(int argc, char** argv, int first) {
     return events;
 }
 
-[[noreturn]] void SleepForever() {
-    for (;;) {
-        pause();
-    }
-}
-
 int WaitAny(int argc, char** argv) {
     std::vector<Event> events;
+    std::vector<const Waitable*> list;
     for (int i = 3; i < argc; ++i) {
         events.push_back(Event::Open(Wide(argv[i])));
     }
-    std::vector<const Waitable*> list;
     for (const Event& e : events) {
         list.push_back(&e);
     }
@@ -90,11 +84,10 @@ int Hold(int argc, char** argv) {
 [[noreturn]] void Churn(char** argv) {
     std::mt19937 random(static_cast<unsigned>(std::atoi(argv[2])));
     std::vector<Waitable> held;
-    const wchar_t* names[] = {L"churn-0", L"churn-1", L"churn-2", L"churn-3",
-                              L"churn-4", L"churn-5", L"churn-6", L"churn-7"};
     for (long i = 0;; ++i) {
-        const wchar_t* name = names[random() % 8];
-        const bool semaphore = (name[6] - L'0') % 2 == 1;
+        const unsigned n = random() % 8;  // odd names are semaphores
+        const std::wstring name = L"churn-" + std::to_wstring(n);
+        const bool semaphore = n % 2 == 1;
         switch (random() % 4) {
             case 0:
             case 1:
@@ -151,7 +144,9 @@ int main(int argc, char** argv) {
             return 103;
         }
         kiv::test::ReportReady();
-        SleepForever();
+        for (;;) {
+            pause();
+        }
     }
     if (command == "churn" && argc == 3) {
         Churn(argv);

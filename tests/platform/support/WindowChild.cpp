@@ -29,36 +29,6 @@ std::wstring Wide(const char* s) {
     return std::wstring(s, s + std::strlen(s));
 }
 
-[[noreturn]] void SleepForever() {
-    for (;;) {
-        pause();
-    }
-}
-
-int g_inOrder = 0;
-
-std::intptr_t Procedure(HWND, unsigned int message, std::uintptr_t wParam, std::intptr_t lParam) {
-    switch (message) {
-        case kAdd:
-            return static_cast<std::intptr_t>(wParam) + lParam;
-        case kSequence:
-            if (wParam == static_cast<std::uintptr_t>(g_inOrder)) {
-                ++g_inOrder;
-            }
-            return 0;
-        case kFinish:
-            PostQuitWindowMessage(g_inOrder);
-            return 0;
-        case kNested:
-            // Sends back to the window in lParam while its owner waits for us.
-            return SendWindowMessage(WindowFromValue(static_cast<std::uint32_t>(lParam)), kAdd,
-                                     wParam, 1) +
-                   1;
-        default:
-            return 0;
-    }
-}
-
 HWND Create(const char* className) {
     const HWND window = CreateMessageWindow(Wide(className), L"child", Procedure);
     if (window == nullptr) {
@@ -126,21 +96,18 @@ int main(int argc, char** argv) {
     if (command == "mutual" && argc >= 5) {
         return Mutual(argv[2], argv[3], std::atoi(argv[4]));
     }
-    if (command == "hang") {
-        Create(argv[2]);
-        kiv::test::ReportReady();
-        SleepForever();
-    }
     if (command == "churn") {
         Churn(static_cast<unsigned>(std::atoi(argv[2])));
     }
-    if (command == "hang-locked") {
+    if (command == "hang" || command == "hang-locked") {
         Create(argv[2]);
-        if (!HoldWindowTableLockForever()) {
+        if (command == "hang-locked" && !HoldWindowTableLockForever()) {
             return 104;
         }
         kiv::test::ReportReady();
-        SleepForever();
+        for (;;) {
+            pause();
+        }
     }
     return 2;
 }
