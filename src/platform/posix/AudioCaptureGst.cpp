@@ -13,6 +13,7 @@
 
 #include "platform/AudioCapture.h"
 #include "platform/MediaEngine.h"
+#include "platform/posix/GStreamerStart.h"
 
 namespace kiv::platform {
 namespace {
@@ -33,19 +34,6 @@ std::string SourceDescription() {
         return "audiotestsrc is-live=true wave=sine freq=440";
     }
     return value;
-}
-
-bool StartGStreamer() {
-    static std::once_flag once;
-    static bool started = false;
-    std::call_once(once, [] {
-        GError* error = nullptr;
-        started = gst_init_check(nullptr, nullptr, &error) != FALSE;
-        if (error != nullptr) {
-            g_error_free(error);
-        }
-    });
-    return started;
 }
 
 class AudioCaptureGst final : public AudioCapture {

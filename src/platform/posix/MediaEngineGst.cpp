@@ -17,19 +17,9 @@
 
 #include "platform/MediaEngine.h"
 #include "platform/TagReader.h"
+#include "platform/posix/GStreamerStart.h"
 
 namespace kiv::platform {
-namespace {
-
-// playbin's flag bits (GstPlayFlags is private to the plugin).
-constexpr guint kPlayFlagVideo = 0x1;
-constexpr guint kPlayFlagText = 0x4;
-
-// Preroll of a local file normally takes milliseconds; a pipeline that has
-// not settled after this long is broken, not slow.
-constexpr GstClockTime kSettleTimeout = 10 * GST_SECOND;
-
-constexpr const char* kQuitMessage = "kiv-engine-quit";
 
 bool StartGStreamer() {
     static std::once_flag once;
@@ -43,6 +33,18 @@ bool StartGStreamer() {
     });
     return started;
 }
+
+namespace {
+
+// playbin's flag bits (GstPlayFlags is private to the plugin).
+constexpr guint kPlayFlagVideo = 0x1;
+constexpr guint kPlayFlagText = 0x4;
+
+// Preroll of a local file normally takes milliseconds; a pipeline that has
+// not settled after this long is broken, not slow.
+constexpr GstClockTime kSettleTimeout = 10 * GST_SECOND;
+
+constexpr const char* kQuitMessage = "kiv-engine-quit";
 
 // The sink named by an environment variable: a bin description as
 // gst-launch takes it, or "discard" for a sink that drops everything in real
