@@ -1096,46 +1096,13 @@ unsigned int RegistryStore::QueryValue(HKEY key, const wchar_t* name, unsigned i
     return CopyOut(value, data, size);
 }
 
-unsigned int RegistryStore::SetValue(HKEY key, const wchar_t* name, unsigned int type,
-                                     const void* data, unsigned int size) {
-    if (data == nullptr && size != 0) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    Name valueName;
-    if (!ValueName(name, valueName)) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    Target t;
-    if (const unsigned int rc = Begin(key, t); rc != ERROR_SUCCESS) {
-        return rc;
-    }
-    Connection& db = *t.db;
-    const std::string stored = ToStored(type, data, size);
-    const unsigned int rc = WriteStatement(db, [&]() -> unsigned int {
-        sqlite3_stmt* s = db.Statement(kSetValue);
-        if (s == nullptr) {
-            return MapSqliteError(db.LastError());
-        }
-        Bound b(s);
-        b.Int(1, t.ref.id);
-        b.Text(2, valueName.text);
-        b.Text(3, valueName.upper);
-        b.Int(4, type);
-        b.Blob(5, stored);
-        const int step = b.Step();
-        if (step != SQLITE_DONE) {
-            return MapSqliteError(step);
-        }
-        return sqlite3_changes(sqlite3_db_handle(s)) == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
-    });
-    if (rc == ERROR_SUCCESS) {
-        Changed(db, ChangeSlot(t.ref.id, valueName.upper));
-    }
-    return rc;
-}
+namespace {
 
-unsigned int RegistryStore::UpdateValue(HKEY key, const wchar_t* name, unsigned int type,
-                                        const void* data, unsigned int size) {
+// The write of SetValue, or of UpdateValue when `keepSame`: then a value that
+// already has this type and data is looked at and left under the write lock,
+// so no write of another process can come between.
+unsigned int StoreValue(HKEY key, const wchar_t* name, unsigned int type, const void* data,
+                        unsigned int size, bool keepSame) {
     if (data == nullptr && size != 0) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -1150,9 +1117,25 @@ unsigned int RegistryStore::UpdateValue(HKEY key, const wchar_t* name, unsigned 
     Connection& db = *t.db;
     const std::string stored = ToStored(type, data, size);
     bool changed = false;
-    // Looked at and written under the write lock, so no write of another
-    // process can come between.
-    auto body = [&]() -> unsigned int {
+    auto write = [&]() -> unsigned int {
+        sqlite3_stmt* s = db.Statement(kSetValue);
+        if (s == nullptr) {
+            return MapSqliteError(db.LastError());
+        }
+        Bound b(s);
+        b.Int(1, t.ref.id);
+        b.Text(2, valueName.text);
+        b.Text(3, valueName.upper);
+        b.Int(4, type);
+        b.Blob(5, stored);
+        const int step = b.Step();
+        if (step != SQLITE_DONE) {
+            return MapSqliteError(step);
+        }
+        changed = true;
+        return sqlite3_changes(sqlite3_db_handle(s)) == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
+    };
+    auto writeIfDifferent = [&]() -> unsigned int {
         changed = false;
         sqlite3_stmt* q = db.Statement(kQueryValue);
         if (q == nullptr) {
@@ -1174,37 +1157,29 @@ unsigned int RegistryStore::UpdateValue(HKEY key, const wchar_t* name, unsigned 
                 return MapSqliteError(step);
             }
         }
-        sqlite3_stmt* s = db.Statement(kSetValue);
-        if (s == nullptr) {
-            return MapSqliteError(db.LastError());
-        }
-        Bound b(s);
-        b.Int(1, t.ref.id);
-        b.Text(2, valueName.text);
-        b.Text(3, valueName.upper);
-        b.Int(4, type);
-        b.Blob(5, stored);
-        const int step = b.Step();
-        if (step != SQLITE_DONE) {
-            return MapSqliteError(step);
-        }
-        changed = true;
-        return sqlite3_changes(sqlite3_db_handle(s)) == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
+        return write();
     };
-    unsigned int rc = ERROR_SUCCESS;
-    if (db.batchDepth > 0) {
-        rc = JoinBatch(db);
-        if (rc == ERROR_SUCCESS) {
-            rc = body();
-        }
-        rc = rc == kRetry ? ERROR_REGISTRY_IO_FAILED : rc;
-    } else {
-        rc = WriteTransaction(db, body);
-    }
+    // Inside a batch the look and the write already share its transaction;
+    // the write alone changes nothing when it fails, so no savepoint.
+    const unsigned int rc = !keepSame           ? WriteStatement(db, write)
+                            : db.batchDepth > 0 ? WriteStatement(db, writeIfDifferent)
+                                                : WriteTransaction(db, writeIfDifferent);
     if (rc == ERROR_SUCCESS && changed) {
         Changed(db, ChangeSlot(t.ref.id, valueName.upper));
     }
     return rc;
+}
+
+}  // namespace
+
+unsigned int RegistryStore::SetValue(HKEY key, const wchar_t* name, unsigned int type,
+                                     const void* data, unsigned int size) {
+    return StoreValue(key, name, type, data, size, false);
+}
+
+unsigned int RegistryStore::UpdateValue(HKEY key, const wchar_t* name, unsigned int type,
+                                        const void* data, unsigned int size) {
+    return StoreValue(key, name, type, data, size, true);
 }
 
 unsigned int RegistryStore::DeleteKey(HKEY key, const wchar_t* subKey) {
